@@ -1,0 +1,91 @@
+// What a file is: object format, processor, byte order, class and type, told from its first bytes.
+//
+// There is one record of the result, and identification fills in only what the format at hand has:
+// the other fields keep what the file before left in them. note_flags and class_bits always start
+// from 0.
+#pragma once
+
+#include <cstdint>
+
+#include "shared/genfile.h"
+
+enum obj_kind : uint32_t {
+    OBJ_NONE = 0, // nothing identified yet
+    OBJ_AOUT = 1,
+    OBJ_COFF = 2,
+    OBJ_ELF = 3,
+    OBJ_COFF4 = 4, // never produced; counts as COFF
+    OBJ_XCOFF = 5,
+    OBJ_PECOFF = 6,
+    OBJ_SOM = 7,
+    OBJ_ARCHIVE = 8,
+    OBJ_TOOLDATA = 9, // debugging information, logs and patch files of the tool chain
+    OBJ_MAGIC10 = 10,
+    OBJ_IMPORT = 11, // short import or anonymous object header
+    OBJ_AIXARCHIVE = 12,
+    OBJ_PROFILE = 13,
+    OBJ_WINRES = 14,
+    OBJ_SOM_SHARED = 15,
+    OBJ_ELFARCHIVE = 16,
+    OBJ_ARCHIVE64 = 17,
+    OBJ_UNKNOWN = 18
+};
+
+enum obj_file_type : uint32_t {
+    OBJ_TYPE_UNKNOWN = 0,
+    OBJ_TYPE_RELOCATABLE = 1,
+    OBJ_TYPE_EXECUTABLE = 2,
+    OBJ_TYPE_SHARED = 3,
+    OBJ_TYPE_CORE = 4,
+    OBJ_TYPE_TOOLDATA = 5
+};
+
+// Bits of note_flags, from the ".note.renesas" section.
+enum obj_note_flag : uint32_t {
+    OBJ_NOTE_TYPE3 = 0x01,
+    OBJ_NOTE_TYPE4_1 = 0x02,
+    OBJ_NOTE_TYPE4_2 = 0x10,
+    OBJ_NOTE_TYPE11 = 0x20
+};
+
+struct objinfo {
+    uint8_t magic[2] = {};        // the first two bytes
+    uint32_t machine = 0;         // e_machine, the COFF magic, the a.out identifier, a version
+    uint32_t target = 0;          // processor code of the tables; 0: unknown machine
+    bool code_big_endian = false; // instructions
+    bool big_endian = false;      // data and header fields
+    uint32_t note_flags = 0;      // obj_note_flag
+    obj_kind kind = OBJ_NONE;
+    uint32_t sym_entry_size = 0; // bytes of a COFF or a.out symbol
+    uint32_t flags = 0;          // e_flags, or the COFF flags sign-extended
+    uint32_t class_bits = 0;     // 32, 64, or 0
+    uint32_t file_type = OBJ_TYPE_UNKNOWN;
+};
+
+enum obj_archive_magic {
+    OBJ_MAGIC_IMITATED = 0, // begins like an archive, but no magic matches; kind is left as it was
+    OBJ_MAGIC_NONE = 1,
+    OBJ_MAGIC_ARCH = 2,   // "!<arch>\n"
+    OBJ_MAGIC_AIX = 3,    // "<aiaff>\n"
+    OBJ_MAGIC_ELFA = 4,   // "!<elfa>\n"
+    OBJ_MAGIC_ARCH64 = 5, // "!<arch64>\n"
+    OBJ_MAGIC_DAMAGED = 6 // carriage returns put before the new-lines
+};
+
+// Set for the rest of the run once a TI-style COFF file was identified: from then on COFF section
+// headers are read with 32-bit counts.
+extern bool ti_coff;
+
+// Identifies the file or archive member at the stream's position, which is kept. `name` may be
+// null; it serves for the test of the extension and in one message. A null stream: `name` is
+// opened. The result is the process-wide record, valid until the next call; null when `name` cannot
+// be opened or a PE file has no PE header. Errors of the ELF layer never reach the user; the flag
+// of a sink that the caller has installed there is 0 afterwards.
+const objinfo* obj_identify(gen_stream* stream, const char* name);
+
+// The archive magic at the stream's position, which is kept. Reports a damaged one.
+obj_archive_magic archive_magic_kind(gen_stream* stream, const char* name);
+
+// Each identifies first, and is false when identification gives nothing.
+bool obj_is_coff_family(gen_stream* stream, const char* name);
+bool obj_is_known_object(gen_stream* stream, const char* name);

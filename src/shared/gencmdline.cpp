@@ -1,0 +1,104 @@
+// Splitting of command lines, see gencmdline.h.
+//
+// The program and the arguments follow different rules: a backslash is never special in the
+// program's name, but before a quote it is in an argument.
+#include "shared/gencmdline.h"
+
+#include <optional>
+
+#include "shared/host.h"
+
+static bool is_blank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+static size_t skip_blanks(std::string_view line, size_t at) {
+    while (at < line.size() && is_blank(line[at]))
+        ++at;
+    return at;
+}
+
+static bool is_file(const std::string& name) {
+    const std::optional<host_status> status = host_status_of(name.c_str());
+    return status && !status->is_directory;
+}
+
+static std::optional<std::string> find_program(std::string_view text) {
+    std::string name(text);
+    if (is_file(name))
+        return name;
+    name += ".exe";
+    if (is_file(name))
+        return name;
+    return std::nullopt;
+}
+
+// Sets the program and returns where the arguments begin. The runtime counts text that sticks to a
+// closing quote as the program's name, so it is no argument.
+static size_t split_quoted_program(std::string_view line, size_t start, std::string& program) {
+    size_t end = line.find('"', start + 1);
+    if (end == std::string_view::npos)
+        end = line.size();
+    const std::string_view text = line.substr(start + 1, end - start - 1);
+    program = find_program(text).value_or(std::string(text));
+    while (end < line.size() && !is_blank(line[end]))
+        ++end;
+    return end;
+}
+
+static size_t split_plain_program(std::string_view line, size_t start, std::string& program) {
+    size_t first_end = line.size();
+    for (size_t end = start + 1; end <= line.size(); ++end) {
+        if (end < line.size() && !is_blank(line[end]))
+            continue;
+        if (std::optional<std::string> found = find_program(line.substr(start, end - start))) {
+            program = std::move(*found);
+            return end;
+        }
+        if (first_end == line.size())
+            first_end = end;
+    }
+    program = line.substr(start, first_end - start);
+    return first_end;
+}
+
+// The argument that begins at `at`, which is moved behind it. 2n backslashes before a quote are n,
+// and the quote groups; 2n + 1 are n and a literal quote; two quotes within quotes are one.
+static std::string next_argument(std::string_view line, size_t& at) {
+    std::string argument;
+    bool in_quotes = false;
+    while (at < line.size() && (in_quotes || !is_blank(line[at]))) {
+        size_t backslashes = 0;
+        while (at < line.size() && line[at] == '\\') {
+            ++backslashes;
+            ++at;
+        }
+        const bool at_quote = at < line.size() && line[at] == '"';
+        argument.append(at_quote ? backslashes / 2 : backslashes, '\\');
+        if (at_quote) {
+            const bool escaped = backslashes % 2 != 0;
+            const bool doubled =
+                !escaped && in_quotes && at + 1 < line.size() && line[at + 1] == '"';
+            if (escaped || doubled)
+                argument += '"';
+            else
+                in_quotes = !in_quotes;
+            at += doubled ? 2 : 1;
+        } else if (backslashes == 0) {
+            argument += line[at++];
+        }
+    }
+    return argument;
+}
+
+gen_command gen_split_command_line(std::string_view line) {
+    gen_command command;
+    size_t at = skip_blanks(line, 0);
+    if (at == line.size())
+        return command;
+    at = line[at] == '"' ? split_quoted_program(line, at, command.program)
+                         : split_plain_program(line, at, command.program);
+    for (at = skip_blanks(line, at); at < line.size(); at = skip_blanks(line, at))
+        command.arguments.push_back(next_argument(line, at));
+    return command;
+}

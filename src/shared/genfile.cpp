@@ -1,0 +1,350 @@
+// Checked streams: the stream itself, and the wrappers that put its failures into words.
+#include "shared/genfile.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "shared/genout.h"
+#include "shared/host.h"
+
+namespace {
+
+constexpr int status_failure = 1;
+constexpr size_t window_capacity = 64 * 1024; // bytes read ahead
+constexpr int interrupted_tries = 10;
+constexpr int error_is_a_directory = 21; // the same number on every host, for the same message
+
+// What a mode string asks for; nothing when it names no purpose.
+std::optional<host_access> access_of(const char* mode) {
+    for (const char* letter = mode; *letter; ++letter) {
+        if (*letter == 'r')
+            return strchr(letter, '+') ? host_access::update : host_access::read;
+        if (*letter == 'w')
+            return strchr(letter, 'x') ? host_access::create_exclusive : host_access::create;
+        if (*letter == 'a')
+            return host_access::append;
+    }
+    return std::nullopt;
+}
+
+const char* purpose_of(std::optional<host_access> access) {
+    return access == host_access::read || access == host_access::update ? "input" : "output";
+}
+
+// Fills the window from the stream's position. False at the end of the file or on a failure.
+bool fill_window(gen_stream& stream) {
+    if (!stream.window)
+        stream.window = std::make_unique_for_overwrite<std::byte[]>(window_capacity);
+    stream.window_length = 0;
+    const int64_t got =
+        host_read_at(stream.descriptor, stream.window.get(), window_capacity, stream.position);
+    if (got < 0)
+        stream.read_error = errno;
+    if (got == 0)
+        stream.at_end = true;
+    if (got <= 0)
+        return false;
+    stream.window_start = stream.position;
+    stream.window_length = static_cast<size_t>(got);
+    return true;
+}
+
+// Bytes of the window at the stream's position and after it.
+size_t bytes_in_window(const gen_stream& stream) {
+    if (stream.position < stream.window_start ||
+        stream.position - stream.window_start >= stream.window_length)
+        return 0;
+    return stream.window_length - static_cast<size_t>(stream.position - stream.window_start);
+}
+
+// A large read goes past the window. Bytes read; 0 at the end of the file or on a failure.
+uint64_t read_directly(gen_stream& stream, std::byte* to, uint64_t size) {
+    const int64_t got = host_read_at(stream.descriptor, to, size, stream.position);
+    if (got < 0)
+        stream.read_error = errno;
+    if (got == 0)
+        stream.at_end = true;
+    return got > 0 ? static_cast<uint64_t>(got) : 0;
+}
+
+bool multiply(uint64_t a, uint64_t b, uint64_t& product) {
+    return !__builtin_mul_overflow(a, b, &product);
+}
+
+void report_read(const char* name) {
+    if (name)
+        gen_perror("Error reading from '%s'", name);
+    else
+        gen_perror("Error reading from file");
+}
+
+void report_write(const char* name) {
+    if (name)
+        gen_perror("Error writing to '%s'", name);
+    else
+        gen_perror("Error writing to file");
+}
+
+// A negative size or count is one of nothing.
+uint64_t size_or_none(int32_t number) {
+    return number < 0 ? 0 : static_cast<uint64_t>(number);
+}
+
+int64_t read_items(const char* name, void* buffer, uint64_t size, uint64_t count,
+                   gen_stream& stream) {
+    uint64_t bytes = 0;
+    const bool sensible = size != 0 && multiply(size, count, bytes);
+    const uint64_t items = sensible ? gen_read_stream(stream, buffer, bytes) / size : 0;
+    if (items == 0)
+        report_read(name);
+    return static_cast<int64_t>(items);
+}
+
+int64_t write_items(const char* name, const void* buffer, uint64_t size, uint64_t count,
+                    gen_stream& stream) {
+    uint64_t bytes = 0;
+    const bool sensible = size != 0 && multiply(size, count, bytes);
+    const uint64_t items = sensible ? gen_write_stream(stream, buffer, bytes) / size : 0;
+    if (items < count)
+        report_write(name);
+    return static_cast<int64_t>(items);
+}
+
+} // namespace
+
+void gen_stream_closer::operator()(gen_stream* stream) const {
+    const std::unique_ptr<gen_stream> closing(stream);
+    host_close(closing->descriptor);
+}
+
+// --- the unchecked ground ------------------------------------------------------------------------
+
+gen_stream_ptr gen_open(const char* name, const char* mode) {
+    const std::optional<host_access> access = access_of(mode);
+    if (!access) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    const int descriptor = host_open(name, *access);
+    if (descriptor < 0)
+        return nullptr;
+    gen_stream_ptr stream(std::make_unique<gen_stream>().release()); // the closer now owns it
+    stream->descriptor = descriptor;
+    if (const std::optional<host_status> status = host_descriptor_status(descriptor))
+        stream->size = status->size;
+    if (*access == host_access::append)
+        stream->position = stream->size;
+    return stream;
+}
+
+int gen_close(gen_stream_ptr stream) {
+    const std::unique_ptr<gen_stream> closing(stream.release());
+    return host_close(closing->descriptor);
+}
+
+int gen_seek(gen_stream& stream, int64_t offset, gen_origin origin) {
+    if (stream.write_error != 0) {
+        errno = stream.write_error;
+        return -1;
+    }
+    const uint64_t from = origin == GEN_SEEK_SET   ? 0
+                          : origin == GEN_SEEK_CUR ? stream.position
+                                                   : stream.size;
+    int64_t target = 0;
+    if (__builtin_add_overflow(from, offset, &target) || target < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    // Beyond the bytes that are there the host decides how far a file may reach; every host goes as
+    // far as 2 GiB.
+    if (static_cast<uint64_t>(target) > stream.size && target > INT32_MAX &&
+        host_check_offset(stream.descriptor, target) != 0)
+        return -1;
+    stream.position = static_cast<uint64_t>(target);
+    stream.at_end = false;
+    return 0;
+}
+
+uint64_t gen_read_stream(gen_stream& stream, void* buffer, uint64_t size) {
+    std::byte* to = static_cast<std::byte*>(buffer);
+    uint64_t done = 0;
+    while (done < size) {
+        const uint64_t wanted = size - done;
+        uint64_t got = bytes_in_window(stream);
+        if (got != 0) {
+            got = got < wanted ? got : wanted;
+            memcpy(to + done, stream.window.get() + (stream.position - stream.window_start),
+                   static_cast<size_t>(got));
+        } else if (wanted >= window_capacity) {
+            got = read_directly(stream, to + done, wanted);
+            if (got == 0)
+                break;
+        } else if (fill_window(stream)) {
+            continue;
+        } else {
+            break;
+        }
+        stream.position += got;
+        done += got;
+    }
+    return done;
+}
+
+int gen_getc(gen_stream& stream) {
+    uint8_t byte = 0;
+    return gen_read_stream(stream, &byte, 1) == 1 ? byte : -1;
+}
+
+uint64_t gen_write_stream(gen_stream& stream, const void* buffer, uint64_t size) {
+    const std::byte* from = static_cast<const std::byte*>(buffer);
+    uint64_t done = 0;
+    stream.window_length = 0;
+    while (done < size) {
+        const int64_t put =
+            host_write_at(stream.descriptor, from + done, size - done, stream.position);
+        if (put <= 0) {
+            if (put == 0)
+                errno = ENOSPC;
+            if (stream.write_error == 0)
+                stream.write_error = errno;
+            break;
+        }
+        stream.position += static_cast<uint64_t>(put);
+        done += static_cast<uint64_t>(put);
+    }
+    if (stream.position > stream.size)
+        stream.size = stream.position;
+    return done;
+}
+
+// --- the checked wrappers ------------------------------------------------------------------------
+
+gen_stream_ptr gen_safe_fopen(const char* name, const char* kind, const char* mode) {
+    gen_stream_ptr stream;
+    const std::optional<host_status> status = host_status_of(name);
+    if (status && status->is_directory) {
+        errno = error_is_a_directory;
+    } else {
+        // The place where a view path would lead the name elsewhere.
+        for (int tries = 0; !stream && tries <= interrupted_tries; ++tries) {
+            errno = 0;
+            stream = gen_open(name, mode);
+            if (!stream && errno != EINTR)
+                break;
+        }
+    }
+    if (stream)
+        return stream;
+    const char* purpose = purpose_of(access_of(mode));
+    if (kind)
+        gen_perror_exit(status_failure, "Unable to open %s '%s' for %s", kind, name, purpose);
+    gen_perror_exit(status_failure, "Unable to open %s for %s", name, purpose);
+}
+
+int32_t gen_safe_fread(const char* name, void* buffer, int32_t size, int32_t count,
+                       gen_stream* stream) {
+    if (!buffer) {
+        gen_error("internal: null buffer passed to gen_safe_fread");
+        return -1;
+    }
+    return static_cast<int32_t>(
+        read_items(name, buffer, size_or_none(size), size_or_none(count), *stream));
+}
+
+int64_t gen_safe_fread64(const char* name, void* buffer, uint64_t size, uint64_t count,
+                         gen_stream* stream) {
+    if (!buffer) {
+        gen_error("internal: null buffer passed to gen_safe_fread64");
+        return -1;
+    }
+    return read_items(name, buffer, size, count, *stream);
+}
+
+int32_t gen_safe_fwrite(const char* name, const void* buffer, int32_t size, int32_t count,
+                        gen_stream* stream) {
+    return static_cast<int32_t>(
+        write_items(name, buffer, size_or_none(size), size_or_none(count), *stream));
+}
+
+int64_t gen_safe_fwrite64(const char* name, const void* buffer, uint64_t size, uint64_t count,
+                          gen_stream* stream) {
+    return write_items(name, buffer, size, count, *stream);
+}
+
+int gen_safe_fclose(const char* name, const char* kind, gen_stream_ptr stream) {
+    const bool present = stream != nullptr;
+    const int result = present ? gen_close(std::move(stream)) : -1;
+    if (result == 0)
+        return 0;
+    const std::string text = name ? name : "";
+    const std::string description = kind ? std::string(kind) + " '" + text + "'" : text;
+    if (present)
+        gen_perror("Error closing %s", description.c_str());
+    else
+        gen_error("Attempt to close NULL file %s", description.c_str());
+    return result;
+}
+
+int gen_safe_fseek(const char* name, gen_stream* stream, int32_t offset, gen_origin origin) {
+    const int result = gen_seek(*stream, offset, origin);
+    if (result == 0)
+        return result;
+    if (name)
+        gen_perror_exit(status_failure, "seek failed to %d in '%s'", offset, name);
+    gen_perror_exit(status_failure, "seek failed to %d in file", offset);
+}
+
+int gen_safe_fseek64(const char* name, gen_stream* stream, int64_t offset, gen_origin origin) {
+    const int result = gen_seek(*stream, offset, origin);
+    if (result == 0)
+        return result;
+    const uint64_t shown = static_cast<uint64_t>(offset);
+    if (name)
+        gen_perror_exit(status_failure, "seek failed to 0x%" PRIx64 " in '%s'", shown, name);
+    gen_perror_exit(status_failure, "seek failed to 0x%" PRIx64 " in file", shown);
+}
+
+int gen_safe_fflush(const char* name, gen_stream* stream) {
+    if (stream->write_error == 0)
+        return 0;
+    errno = stream->write_error;
+    if (name)
+        gen_perror_exit(status_failure, "Error writing to '%s'", name);
+    gen_perror_exit(status_failure, "Error writing to file");
+}
+
+int64_t gen_read(int descriptor, void* buffer, uint64_t count) {
+    if (count > UINT32_MAX)
+        gen_error("gen_read(): count exceeds unsigned 32-bit range");
+    return host_read(descriptor, buffer, static_cast<uint32_t>(count));
+}
+
+int64_t gen_write(int descriptor, const void* buffer, uint64_t count) {
+    if (count > UINT32_MAX)
+        gen_error("gen_write(): count exceeds unsigned 32-bit range");
+    return host_write(descriptor, buffer, static_cast<uint32_t>(count));
+}
+
+int32_t gen_strtoul(const char* string, const char** end, int base) {
+    if (!string) {
+        if (end)
+            *end = nullptr;
+        return 0;
+    }
+    char* stop = nullptr;
+    const unsigned long value = strtoul(string, &stop, base);
+    if (end)
+        *end = stop;
+    return static_cast<int32_t>(static_cast<uint32_t>(value));
+}
+
+int32_t gen_strlen(const char* string) {
+    const size_t length = strlen(string);
+    if (length > INT32_MAX)
+        gen_error("result of strlen() call truncated");
+    return static_cast<int32_t>(static_cast<uint32_t>(length));
+}

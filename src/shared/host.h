@@ -1,0 +1,106 @@
+// The host: every operation of the operating system that objtrim uses, as free functions.
+//
+// host_posix.cpp and host_win32.cpp implement this header, and they alone call POSIX or Win32.
+// No routine here decides anything or reports anything. A routine that fails says so in its result
+// and leaves the reason in errno; one that succeeds, or whose answer is an expected "no", leaves
+// errno as it found it, because error numbers are part of the tool's messages.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+// --- names ------------------------------------------------------------------------------------
+
+// How names are taken apart on a host (shared/genpath works by these rules).
+enum class host_path_rules {
+    posix,  // "/" separates
+    windows // "/", "\" and a drive's ":" separate
+};
+
+extern const host_path_rules host_paths;
+extern const char host_separator;        // the one that is written between directory and name
+extern const char host_program_suffix[]; // what program files end in: ".exe", or nothing
+
+// What a name or an open file denotes.
+struct host_status {
+    uint64_t size = 0;   // bytes
+    uint64_t device = 0; // device and number together identify a file
+    uint64_t number = 0;
+    uint32_t mode = 0; // permission bits, with the set-id bits
+    uint32_t owner = 0;
+    uint32_t group = 0;
+    bool is_directory = false;
+    bool is_regular = false;
+};
+
+// The status of what `name` denotes, links followed; nothing when there is no such thing, or when
+// it cannot be looked at (errno says why).
+std::optional<host_status> host_status_of(const char* name);
+// Whether the name itself is in use, be it by a link that leads nowhere.
+bool host_name_taken(const char* name);
+bool host_is_link(const char* name);
+// Whether `name` is a directory in which files can be made.
+bool host_usable_directory(const char* name);
+// The absolute form of `name`, by its text alone: "." and ".." taken out, no links resolved; the
+// file need not exist. Nothing when the host cannot say, or for an empty name.
+std::optional<std::string> host_full_path(const char* name);
+// The absolute name behind `name` with every link resolved; nothing when it leads nowhere.
+std::optional<std::string> host_resolve_links(const char* name);
+
+// All of these: 0 on success, -1 on failure.
+int host_rename(const char* from, const char* to); // replaces an existing `to`
+int host_delete(const char* name);
+int host_set_mode(const char* name, uint32_t mode);
+int host_set_owner(const char* name, uint32_t owner, uint32_t group);
+
+// --- open files --------------------------------------------------------------------------------
+
+enum class host_access {
+    read,             // must exist
+    update,           // must exist; read and write
+    create,           // write, made or emptied
+    create_exclusive, // write, must not exist, readable by the owner only
+    append            // write, made if missing, contents kept
+};
+
+// A descriptor, or -1. Never waits for a partner, as opening a FIFO otherwise would.
+int host_open(const char* name, host_access access);
+int host_close(int descriptor);
+std::optional<host_status> host_descriptor_status(int descriptor);
+
+// Bytes moved, at least one unless `size` is 0 or the end of the file is reached; -1 on failure.
+int64_t host_read_at(int descriptor, void* buffer, size_t size, uint64_t offset);
+int64_t host_write_at(int descriptor, const void* buffer, size_t size, uint64_t offset);
+// The same at the descriptor's own position.
+int64_t host_read(int descriptor, void* buffer, uint32_t size);
+int64_t host_write(int descriptor, const void* buffer, uint32_t size);
+
+// Copies up to `size` bytes between two files inside the host. Bytes copied; 0 when the host has no
+// way to do it here, or at the end of the input: then the caller reads and writes.
+uint64_t host_copy_range(int from, uint64_t from_offset, int to, uint64_t to_offset, uint64_t size);
+
+// Whether the host lets a file position move there: 0, or -1.
+int host_check_offset(int descriptor, int64_t offset);
+
+constexpr int host_error_descriptor = 2; // standard error, for raw writes
+
+// --- the process and its surroundings ------------------------------------------------------------
+
+std::string host_module_file_name(); // of the running program; empty when unknown
+std::string host_user_name();        // of the effective user; empty when unknown
+std::string host_home_directory();   // of the effective user; empty when unknown
+std::string host_network_name();     // empty when unknown
+uint32_t host_process_id();
+
+// Prepares the process: memory priority, the socket library, signals that would end a write,
+// standard descriptors that the parent left closed (a file must not come to stand in their place).
+// Returns the status of the socket library's start, 0 when the host needs none.
+int host_start();
+
+// Runs a child and waits for it. `command_line` is split as the Windows loader and runtime do;
+// no shell sees it. `no_streams` leaves the child without standard streams. The child's exit
+// status; 128 + n when signal n ended it; 127 when it could not be started.
+int host_run(const char* command_line, bool no_streams);

@@ -1,0 +1,394 @@
+// The host on POSIX systems.
+//
+// Everything here works on plain descriptors and names. Error numbers are part of the tool's
+// messages: a routine that succeeds, or that only answers a question, puts errno back.
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <pwd.h>
+#include <spawn.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+#include "shared/gencmdline.h"
+#include "shared/host.h"
+
+static_assert(sizeof(off_t) == 8, "files beyond 2 GiB need 64-bit offsets");
+
+#ifndef __linux__
+extern char** environ; // not every unistd.h has it
+#endif
+
+const host_path_rules host_paths = host_path_rules::posix;
+const char host_separator = '/';
+const char host_program_suffix[] = "";
+
+namespace {
+
+// Puts errno back at the end of a scope, unless the failure is to be seen.
+struct errno_keeper {
+    int saved = errno;
+    bool keep = true;
+    ~errno_keeper() {
+        if (keep)
+            errno = saved;
+    }
+    // For a result of -1 on failure: shows the reason then.
+    template <typename Result>
+    Result pass(Result result) {
+        keep = result >= 0;
+        return result;
+    }
+};
+
+struct c_memory_freer {
+    void operator()(char* text) const { std::free(text); }
+};
+} // namespace
+using c_text = std::unique_ptr<char, c_memory_freer>;
+
+static bool is_absence(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
+// --- names ------------------------------------------------------------------------------------
+
+static host_status status_from(const struct stat& from) {
+    host_status status;
+    status.size = from.st_size > 0 ? static_cast<uint64_t>(from.st_size) : 0;
+    status.device = static_cast<uint64_t>(from.st_dev);
+    status.number = static_cast<uint64_t>(from.st_ino);
+    status.mode = static_cast<uint32_t>(from.st_mode & 07777);
+    status.owner = from.st_uid;
+    status.group = from.st_gid;
+    status.is_directory = S_ISDIR(from.st_mode);
+    status.is_regular = S_ISREG(from.st_mode);
+    return status;
+}
+
+std::optional<host_status> host_status_of(const char* name) {
+    errno_keeper error;
+    struct stat found;
+    if (stat(name, &found) == 0)
+        return status_from(found);
+    error.keep = is_absence(errno);
+    return std::nullopt;
+}
+
+bool host_name_taken(const char* name) {
+    const errno_keeper error;
+    struct stat found;
+    return lstat(name, &found) == 0;
+}
+
+bool host_is_link(const char* name) {
+    const errno_keeper error;
+    struct stat found;
+    return lstat(name, &found) == 0 && S_ISLNK(found.st_mode);
+}
+
+bool host_usable_directory(const char* name) {
+    const errno_keeper error;
+    struct stat found;
+    return stat(name, &found) == 0 && S_ISDIR(found.st_mode) &&
+           faccessat(AT_FDCWD, name, W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+std::optional<std::string> host_full_path(const char* name) {
+    errno_keeper error;
+    std::string whole = name;
+    if (whole.empty()) {
+        error.keep = false;
+        errno = ENOENT;
+        return std::nullopt;
+    }
+    if (whole[0] != '/') {
+        const c_text current(getcwd(nullptr, 0));
+        if (!current) {
+            error.keep = false;
+            return std::nullopt;
+        }
+        whole = std::string(current.get()) + "/" + name;
+    }
+    std::string full;
+    for (size_t at = 0; at < whole.size();) {
+        const size_t end = std::min(whole.find('/', at), whole.size());
+        const std::string_view component = std::string_view(whole).substr(at, end - at);
+        if (component == "..")
+            full.resize(full.empty() ? 0 : full.rfind('/'));
+        else if (!component.empty() && component != ".")
+            full.append("/").append(component);
+        at = end + 1;
+    }
+    return full.empty() ? std::string("/") : full;
+}
+
+std::optional<std::string> host_resolve_links(const char* name) {
+    errno_keeper error;
+    const c_text resolved(realpath(name, nullptr));
+    if (resolved)
+        return std::string(resolved.get());
+    error.keep = is_absence(errno);
+    return std::nullopt;
+}
+
+int host_rename(const char* from, const char* to) {
+    return errno_keeper().pass(rename(from, to));
+}
+
+int host_delete(const char* name) {
+    return errno_keeper().pass(unlink(name));
+}
+
+int host_set_mode(const char* name, uint32_t mode) {
+    return errno_keeper().pass(chmod(name, static_cast<mode_t>(mode & 07777)));
+}
+
+// Never through a link: someone may have put one in the place of our file.
+int host_set_owner(const char* name, uint32_t owner, uint32_t group) {
+    return errno_keeper().pass(lchown(name, owner, group));
+}
+
+// --- open files --------------------------------------------------------------------------------
+
+// O_NONBLOCK is of no consequence for regular files.
+static int open_flags(host_access access) {
+    constexpr int always = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    switch (access) {
+    case host_access::read:
+        return always | O_RDONLY;
+    case host_access::update:
+        return always | O_RDWR;
+    case host_access::create:
+        return always | O_WRONLY | O_CREAT | O_TRUNC;
+    case host_access::create_exclusive:
+        return always | O_WRONLY | O_CREAT | O_EXCL;
+    case host_access::append:
+        return always | O_WRONLY | O_CREAT;
+    }
+    return always;
+}
+
+// An interrupted open is handed back as it is: the caller counts its attempts.
+int host_open(const char* name, host_access access) {
+    const mode_t mode = access == host_access::create_exclusive ? 0600 : 0666;
+    return errno_keeper().pass(open(name, open_flags(access), mode));
+}
+
+// The descriptor is gone even when the call was interrupted.
+int host_close(int descriptor) {
+    const int saved = errno;
+    if (close(descriptor) != 0 && errno != EINTR)
+        return -1;
+    errno = saved;
+    return 0;
+}
+
+std::optional<host_status> host_descriptor_status(int descriptor) {
+    errno_keeper error;
+    struct stat found;
+    if (error.pass(fstat(descriptor, &found)) == 0)
+        return status_from(found);
+    return std::nullopt;
+}
+
+// Repeats a transfer for as long as signals interrupt it.
+template <typename Call>
+static int64_t transfer(Call call) {
+    errno_keeper error;
+    ssize_t moved;
+    do
+        moved = call();
+    while (moved < 0 && errno == EINTR);
+    return error.pass(moved);
+}
+
+// A write that moves nothing would make its caller go round for ever.
+template <typename Call>
+static int64_t transfer_out(size_t size, Call call) {
+    const int64_t moved = transfer(call);
+    if (moved != 0 || size == 0)
+        return moved;
+    errno = ENOSPC;
+    return -1;
+}
+
+static bool is_offset(uint64_t offset) {
+    return offset <= static_cast<uint64_t>(INT64_MAX);
+}
+
+int64_t host_read_at(int descriptor, void* buffer, size_t size, uint64_t offset) {
+    if (!is_offset(offset)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return transfer([=] { return pread(descriptor, buffer, size, static_cast<off_t>(offset)); });
+}
+
+int64_t host_write_at(int descriptor, const void* buffer, size_t size, uint64_t offset) {
+    if (!is_offset(offset)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return transfer_out(
+        size, [=] { return pwrite(descriptor, buffer, size, static_cast<off_t>(offset)); });
+}
+
+int64_t host_read(int descriptor, void* buffer, uint32_t size) {
+    return transfer([=] { return read(descriptor, buffer, size); });
+}
+
+int64_t host_write(int descriptor, const void* buffer, uint32_t size) {
+    return transfer_out(size, [=] { return write(descriptor, buffer, size); });
+}
+
+#ifdef __linux__
+uint64_t host_copy_range(int from, uint64_t from_offset, int to, uint64_t to_offset,
+                         uint64_t size) {
+    const errno_keeper error;
+    if (!is_offset(from_offset) || !is_offset(to_offset))
+        return 0;
+    constexpr uint64_t piece_limit = uint64_t{1} << 30;
+    const size_t piece = static_cast<size_t>(std::min(size, piece_limit));
+    const int64_t copied = transfer([=] {
+        off_t read_from = static_cast<off_t>(from_offset);
+        off_t write_to = static_cast<off_t>(to_offset);
+        return copy_file_range(from, &read_from, to, &write_to, piece, 0);
+    });
+    return copied > 0 ? static_cast<uint64_t>(copied) : 0;
+}
+#else
+uint64_t host_copy_range(int, uint64_t, int, uint64_t, uint64_t) {
+    return 0;
+}
+#endif
+
+int host_check_offset(int descriptor, int64_t offset) {
+    return errno_keeper().pass(lseek(descriptor, static_cast<off_t>(offset), SEEK_SET)) < 0 ? -1
+                                                                                            : 0;
+}
+
+// --- the process and its surroundings ------------------------------------------------------------
+
+std::string host_module_file_name() {
+    const errno_keeper error;
+    std::string name;
+#ifdef __linux__
+    for (size_t room = 256; room <= size_t{1} << 20; room *= 2) {
+        name.resize(room);
+        const ssize_t length = readlink("/proc/self/exe", name.data(), room);
+        if (length < 0)
+            return std::string();
+        name.resize(static_cast<size_t>(length));
+        if (name.size() < room)
+            return name;
+    }
+    name.clear();
+#endif
+    return name;
+}
+
+std::string host_user_name() {
+    const errno_keeper error;
+    const passwd* const user = getpwuid(geteuid());
+    return user != nullptr && user->pw_name != nullptr ? user->pw_name : "";
+}
+
+std::string host_home_directory() {
+    const errno_keeper error;
+    const passwd* const user = getpwuid(geteuid());
+    return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "";
+}
+
+std::string host_network_name() {
+    const errno_keeper error;
+    char name[256] = "";
+    if (gethostname(name, sizeof name - 1) != 0)
+        return std::string();
+    return name;
+}
+
+uint32_t host_process_id() {
+    return static_cast<uint32_t>(getpid());
+}
+
+// A parent may start us without standard streams. A file that was then opened as descriptor 2
+// would receive the tool's messages, so the three are occupied first.
+static void occupy_standard_descriptors() {
+    int descriptor;
+    do
+        descriptor = open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= host_error_descriptor);
+    if (descriptor >= 0)
+        close(descriptor);
+}
+
+// Writing to a closed pipe or beyond a size limit is to fail like any other write, and a parent
+// that ignored its children's ends would hide ours from us. Memory priority and sockets need no
+// preparation here.
+int host_start() {
+    const errno_keeper error;
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL);
+    occupy_standard_descriptors();
+    return 0;
+}
+
+// Starts the child: 0, or an error number. What this process ignores is no business of the child's.
+static int spawn(const std::string& program, char* const* arguments, bool no_streams,
+                 pid_t& child) {
+    posix_spawn_file_actions_t actions;
+    if (const int failure = posix_spawn_file_actions_init(&actions); failure != 0)
+        return failure;
+    posix_spawnattr_t attributes;
+    if (const int failure = posix_spawnattr_init(&attributes); failure != 0) {
+        posix_spawn_file_actions_destroy(&actions);
+        return failure;
+    }
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
+    sigaddset(&defaults, SIGXFSZ);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    int failure = 0;
+    for (int stream = 0; no_streams && stream <= host_error_descriptor && failure == 0; ++stream)
+        failure = posix_spawn_file_actions_addclose(&actions, stream);
+    if (failure == 0)
+        failure = posix_spawn(&child, program.c_str(), &actions, &attributes, arguments, environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    return failure;
+}
+
+int host_run(const char* command_line, bool no_streams) {
+    constexpr int cannot_start = 127;
+    const int saved = errno;
+    gen_command command = gen_split_command_line(command_line);
+    std::vector<char*> arguments = {command.program.data()};
+    for (std::string& argument : command.arguments)
+        arguments.push_back(argument.data());
+    arguments.push_back(nullptr);
+
+    pid_t child = -1;
+    if (const int failure = spawn(command.program, arguments.data(), no_streams, child);
+        failure != 0) {
+        errno = failure;
+        return cannot_start;
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0)
+        if (errno != EINTR)
+            return cannot_start;
+    errno = saved;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}

@@ -1,0 +1,121 @@
+// Install directories, looked up once and kept. A small text file beside the program may redirect
+// all of them: that is how one set of tools serves several installations.
+#include "shared/indconfig.h"
+
+#include <string_view>
+
+#include "shared/genfile.h"
+#include "shared/genout.h"
+#include "shared/genpath.h"
+#include "shared/host.h"
+#include "shared/indgeninit.h"
+
+static constexpr int first_type = 2;
+static constexpr int last_type = 4; // the installation as a whole; the others depend on it
+
+static void warn_of_missing_directory(const char* routine, bool& warned) {
+    if (warned)
+        return;
+    warned = true;
+    const std::string& path = gen_program_path();
+    gen_warning("%s(): for %s returns NULL\n"
+                "\tmost likely gen_init() was not called with the correct argv[0] value",
+                routine, path.empty() ? "(null)" : path.c_str());
+}
+
+std::optional<std::string> gen_getprogdir() {
+    static std::optional<std::string> known;
+    static bool warned;
+    if (known)
+        return known;
+    const std::string_view directory = gen_directory_part(gen_program_path());
+    if (directory.empty()) {
+        warn_of_missing_directory("gen_getprogdir", warned);
+        return std::nullopt;
+    }
+    known = directory;
+    return known;
+}
+
+static bool is_file(const std::string& name) {
+    const std::optional<host_status> status = host_status_of(name.c_str());
+    return status && status->is_regular;
+}
+
+// The first line of a short text file, as far as a file name can be long; nothing when the file
+// cannot be read. The file may come from a host that ends lines in a carriage return, too.
+static std::optional<std::string> read_first_line(const std::string& name) {
+    if (!is_file(name))
+        return std::nullopt;
+    const gen_stream_ptr stream = gen_open(name.c_str(), "rb");
+    if (!stream)
+        return std::nullopt;
+    char start[4096];
+    const uint64_t length = gen_read_stream(*stream, start, sizeof start);
+    if (stream->read_error != 0)
+        return std::nullopt;
+    std::string_view text(start, static_cast<size_t>(length));
+    text = text.substr(0, text.find('\0'));
+    text = text.substr(0, text.find('\n'));
+    if (text.ends_with('\r'))
+        text.remove_suffix(1);
+    return std::string(text);
+}
+
+static std::optional<std::string> redirected(const std::string& line, const std::string& progdir) {
+    if (line.empty())
+        return line;
+    if (line[0] == '~' && (line.size() == 1 || gen_is_separator(line[1]))) {
+        const std::string home = host_home_directory();
+        if (home.empty())
+            return std::nullopt;
+        return line.size() <= 2 ? home : gen_join(home, line.substr(2));
+    }
+    if (gen_is_absolute(line))
+        return host_full_path(line.c_str()).value_or(line);
+    return gen_join(progdir, line);
+}
+
+static bool is_kestrel_installation() {
+    static std::optional<bool> known;
+    if (!known) {
+        const std::optional<std::string> directory = gen_getinstalldir(last_type);
+        known = directory && is_file(gen_join(*directory, ".rtos_is_kestrel"));
+    }
+    return *known;
+}
+
+// `keep` tells whether the answer holds for the rest of the run.
+static std::optional<std::string> find_installdir(int type, bool& keep) {
+    keep = true;
+    std::optional<std::string> progdir = gen_getprogdir();
+    if (!progdir)
+        return std::nullopt;
+    const std::optional<std::string> line = read_first_line(gen_join(*progdir, ".redirect_host32"));
+    if (line)
+        return redirected(*line, *progdir);
+    keep = type == last_type || !is_kestrel_installation();
+    return progdir;
+}
+
+std::optional<std::string> gen_getinstalldir(int type) {
+    static bool warned_of_type;
+    static bool warned_of_directory;
+    static std::optional<std::string> known[last_type - first_type + 1];
+    if (type < first_type || type > last_type) {
+        if (!warned_of_type)
+            gen_warning("gen_getinstalldir(): Unsupported install type");
+        warned_of_type = true;
+        return std::nullopt;
+    }
+    std::optional<std::string>& entry = known[type - first_type];
+    if (entry)
+        return entry;
+    bool keep = false;
+    std::optional<std::string> found = find_installdir(type, keep);
+    if (!found)
+        warn_of_missing_directory("gen_getinstalldir", warned_of_directory);
+    else if (keep)
+        entry = found;
+    return found;
+}

@@ -1,0 +1,63 @@
+// Children and their ends, by the host's own calls: the code under test does not look at itself.
+#include "support/child.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "shared/genout.h"
+
+child_end run_child(const std::function<void()>& body) {
+    child_end result = {-1, ""};
+    int ends[2];
+    if (pipe(ends) != 0)
+        return result;
+    fflush(nullptr);
+    pid_t const child = fork();
+    if (child == 0) {
+        alarm(60);
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        gen_set_program_name("objtrim");
+        errno = 0;
+        body();
+        _exit(child_returned);
+    }
+    close(ends[1]);
+    char piece[4096];
+    for (ssize_t got; (got = read(ends[0], piece, sizeof piece)) > 0;)
+        result.second.append(piece, static_cast<size_t>(got));
+    close(ends[0]);
+    int status = 0;
+    if (child > 0 && waitpid(child, &status, 0) == child)
+        result.first = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return result;
+}
+
+void expect_text(const std::function<void()>& body, const std::string& text) {
+    EXPECT_EQ(run_child(body), child_end(child_returned, text));
+}
+
+void expect_fatal(const std::vector<fatal_case>& cases) {
+    for (const fatal_case& row : cases)
+        EXPECT_EQ(run_child(row.body),
+                  child_end(1, std::string("objtrim: fatal: ") + row.text + "\n"));
+}
+
+placed_test::placed_test() : before(std::filesystem::current_path().string()) {
+    std::filesystem::current_path(place.directory);
+}
+
+placed_test::~placed_test() {
+    std::filesystem::current_path(before);
+}
+
+gen_stream_ptr placed_test::stream_of(const std::string& bytes, int64_t position) const {
+    place.put("f", bytes);
+    gen_stream_ptr stream = gen_open("f", "rb+");
+    gen_seek(*stream, position, GEN_SEEK_SET);
+    return stream;
+}

@@ -1,0 +1,52 @@
+// Runs a piece of test code in a forked child, so that the end of a program can be looked at from
+// outside; gives a test a directory to work in; makes the ELF layer's errors silent and counted.
+#pragma once
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "objfile/elfio.h"
+#include "support/runner.h"
+
+constexpr int child_returned = 200; // the status of a child whose body came to its end
+
+using child_end = std::pair<int, std::string>; // exit status, 128 + n for signal n; messages
+
+// Runs `body` in a child, with program name objtrim and error number 0. Its exit status, and all
+// that it wrote to standard error.
+child_end run_child(const std::function<void()>& body);
+
+// The body returns, and has written the text.
+void expect_text(const std::function<void()>& body, const std::string& text);
+// Each body ends with status 1 and the text as a fatal message.
+struct fatal_case {
+    std::function<void()> body;
+    const char* text;
+};
+void expect_fatal(const std::vector<fatal_case>& cases);
+
+// A test whose current directory is new and empty.
+struct placed_test : testing::Test {
+    placed_test();
+    ~placed_test() override;
+    // A stream at `position` of the new file "f".
+    gen_stream_ptr stream_of(const std::string& bytes, int64_t position = 0) const;
+
+    std::string before;
+    work_place place;
+};
+
+// While it lives, errors of the ELF layer are noted instead of being fatal.
+struct elf_silence {
+    elf_silence() { elf_set_error_sink(&flag); }
+    ~elf_silence() { elf_set_error_sink(nullptr); }
+    elf_silence(const elf_silence&) = delete;
+    elf_silence& operator=(const elf_silence&) = delete;
+    uint64_t errors() const { return elf_error_count - start; }
+
+    int32_t flag = 1;
+    uint64_t start = elf_error_count;
+};

@@ -1,0 +1,94 @@
+// Builds small ELF files for tests, of either class and byte order, a case in a few lines.
+//
+// A draft lists sections in index order, without section 0; ".shstrtab" is filled in, and appended
+// when the draft has none. Sections lie one behind the other unless the draft says otherwise.
+// Nothing is checked: afterwards any header field can be set to anything.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace sht {
+constexpr uint32_t progbits = 1, symtab = 2, strtab = 3, rela = 4, nobits = 8, rel = 9, shndx = 18;
+}
+namespace shf {
+constexpr uint64_t write = 1, alloc = 2, exec = 4;
+}
+namespace et {
+constexpr uint16_t rel = 1, exec = 2, dyn = 3;
+}
+
+struct elf_form {
+    const char* name;
+    int elfbits;
+    bool big_endian;
+    uint16_t machine;
+
+    bool is_64() const { return elfbits == 64; }
+};
+// 64 and 32 bits in little-endian order, then both in big-endian: x86-64, i386, PowerPC64, PowerPC.
+extern const std::array<elf_form, 4> elf_forms;
+
+struct draft_section {
+    std::string name;
+    uint32_t type = sht::progbits;
+    uint64_t flags = 0;
+    std::string content = {};
+    uint64_t align = 1;
+    std::string link = {}; // name of the section that sh_link means
+    std::string info = {}; // name of the section that sh_info means
+    uint64_t entsize = 0;
+    uint64_t gap = 0;         // bytes of no section in front of it
+    uint64_t offset = 0;      // a place of its own in the file; 0: behind the one before
+    uint64_t nobits_size = 0; // sh_size of a section without content
+};
+
+struct draft_segment {
+    std::string section; // p_offset and p_filesz are those of this section,
+    uint64_t skip = 0;   // but begin so far inside it
+};
+
+enum draft_place { PLACE_FIRST, PLACE_MIDDLE, PLACE_LAST };
+
+struct elf_draft {
+    elf_form form = elf_forms[0];
+    std::vector<draft_section> sections = {};
+    std::vector<draft_segment> segments = {};
+    uint16_t type = et::exec;
+    draft_place program_table = PLACE_FIRST;
+    draft_place section_table = PLACE_LAST;
+    bool reversed = false;      // the last section lies first in the file
+    uint16_t extra_entsize = 0; // bytes by which entries of both tables exceed the standard size
+};
+
+std::string build_elf(const elf_draft& draft);
+
+// A draft with a section for each rule of what goes and what stays, of odd sizes and with gaps, and
+// segments in front of, behind and inside what goes. Without symbols it has a ".strtab" all the
+// same, but no symbol table.
+elf_draft sample_draft(const elf_form& form, bool with_symbols = true);
+// What an option-less run removes from it.
+extern const std::set<std::string> sample_removed;
+
+// `size` bytes, none of them 0, that differ by `seed` and by position.
+std::string filler(size_t size, unsigned seed);
+
+// clang-format off
+enum class field : uint8_t {
+    e_type, e_machine, e_version, e_entry, e_phoff, e_shoff, e_flags, e_ehsize, e_phentsize,
+    e_phnum, e_shentsize, e_shnum, e_shstrndx,
+    p_type, p_flags, p_offset, p_vaddr, p_paddr, p_filesz, p_memsz, p_align,
+    sh_name, sh_type, sh_flags, sh_addr, sh_offset, sh_size, sh_link, sh_info, sh_addralign,
+    sh_entsize, end
+};
+// clang-format on
+
+// A field of the file header, or of entry `index` of the table that the file header points to. A
+// field outside the file reads as 0 and is not written.
+uint64_t get_field(const std::string& file, field which, uint64_t index = 0);
+void set_field(std::string& file, field which, uint64_t value, uint64_t index = 0);
+// Where that field lies in the file.
+uint64_t field_offset(const std::string& file, field which, uint64_t index = 0);

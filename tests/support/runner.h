@@ -1,0 +1,64 @@
+// Runs the built program, or another one, in an empty directory of its own with a clean
+// environment, and tells what it wrote, how it ended and what it left behind.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+using words = std::vector<std::string>;
+
+// The words of a line that are separated by blanks; two quotes with nothing between are an empty
+// word.
+words split(const std::string& line);
+std::set<std::string> split_set(const std::string& line);
+
+struct run_limits {
+    uint64_t file_size = 0;  // longest file that it may write; 0: no limit
+    uint64_t memory = 0;     // bytes that it may allocate; 0: no limit
+    bool obey_modes = false; // even as root, permission modes bind it
+};
+
+struct run_result {
+    int status = -1; // exit status; 128 + n when signal n ended it
+    std::string out;
+    std::string err;
+};
+
+struct file_state {
+    std::string bytes;
+    ino_t inode = 0;
+    mode_t mode = 0;      // permission bits
+    int64_t modified = 0; // nanoseconds
+
+    bool operator==(const file_state&) const = default;
+};
+
+// The directory; removed with everything in it at the end.
+struct work_place {
+    std::string directory;
+
+    work_place();
+    ~work_place();
+    work_place(const work_place&) = delete;
+    work_place& operator=(const work_place&) = delete;
+
+    std::string path(const std::string& name) const { return directory + "/" + name; }
+    // The file is dated in the past, so that any later change shows in its time.
+    void put(const std::string& name, const std::string& bytes, mode_t mode = 0644) const;
+    std::string get(const std::string& name) const;
+    file_state state(const std::string& name) const;
+    words list(const std::string& below = "") const; // sorted
+
+    // Runs the built program on the words of a line. Names in it are relative to the directory.
+    run_result trim(const std::string& line, const run_limits& limits = {}) const;
+    // Runs any program, looked for along PATH.
+    run_result command(const std::string& line) const;
+};
+
+// Whether run_limits::obey_modes can be had here.
+bool modes_can_bind();
+// Whether the build is an instrumented one, which takes memory of its own.
+bool is_sanitized_build();
