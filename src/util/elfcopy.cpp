@@ -1,0 +1,105 @@
+// Section data from file to file: merging, gathering, copying.
+#include "util/elfcopy.h"
+
+#include <algorithm>
+
+#include "shared/genout.h"
+
+namespace {
+
+constexpr uint64_t small_range = 64 * 1024; // up to here gathering beats a copy of its own
+constexpr uint64_t gather_capacity = 256 * 1024;
+
+void report_short_read(const section_copier& copier) {
+    gen_perror("Error reading from '%s'", copier.input_name);
+}
+
+void seek_both(section_copier& copier, uint64_t from, uint64_t to) {
+    gen_safe_fseek64(copier.input_name, copier.input, static_cast<int64_t>(from), GEN_SEEK_SET);
+    gen_safe_fseek64(copier.output_name, copier.output, static_cast<int64_t>(to), GEN_SEEK_SET);
+}
+
+void write_gathered(section_copier& copier) {
+    if (copier.gathered_size == 0)
+        return;
+    gen_safe_fseek64(copier.output_name, copier.output, static_cast<int64_t>(copier.gathered_to),
+                     GEN_SEEK_SET);
+    gen_safe_fwrite64(copier.output_name, copier.gathered.bytes.get(), 1, copier.gathered_size,
+                      copier.output);
+    copier.gathered_size = 0;
+}
+
+// Whether a small range can join the gathered ones. The bytes between become zeros, which is right
+// only behind everything that was written before.
+bool joins_gathered(const section_copier& copier) {
+    if (copier.gathered_size == 0)
+        return false;
+    const uint64_t end = copier.gathered_to + copier.gathered_size;
+    return copier.to >= end && (copier.to == end || copier.written_end == end) &&
+           copier.to - copier.gathered_to <= gather_capacity - copier.size;
+}
+
+void gather(section_copier& copier) {
+    if (!joins_gathered(copier)) {
+        write_gathered(copier);
+        copier.gathered_to = copier.to;
+    }
+    if (!copier.gathered.bytes)
+        copier.gathered = gen_new_block(gather_capacity);
+    std::byte* block = copier.gathered.bytes.get();
+    const uint64_t at = copier.to - copier.gathered_to;
+    std::fill(block + copier.gathered_size, block + at, std::byte{0});
+    gen_safe_fseek64(copier.input_name, copier.input, static_cast<int64_t>(copier.from),
+                     GEN_SEEK_SET);
+    const uint64_t got = gen_read_stream(*copier.input, block + at, copier.size);
+    copier.gathered_size = at + got;
+    if (got < copier.size)
+        report_short_read(copier);
+}
+
+void copy_large(section_copier& copier) {
+    write_gathered(copier);
+    seek_both(copier, copier.from, copier.to);
+    const uint64_t done = gen_copy_stream(*copier.input, *copier.output, copier.size);
+    if (done == copier.size)
+        return;
+    if (copier.output->write_error != 0)
+        gen_perror("Error writing to '%s'", copier.output_name);
+    else
+        report_short_read(copier);
+}
+
+// Carries out the range that has grown so far.
+void finish_range(section_copier& copier) {
+    if (copier.size == 0)
+        return;
+    if (copier.size <= small_range)
+        gather(copier);
+    else
+        copy_large(copier);
+    copier.written_end = std::max(copier.written_end, copier.to + copier.size);
+    copier.size = 0;
+}
+
+} // namespace
+
+void copy_section_data(section_copier& copier, uint64_t from, uint64_t to, uint64_t size) {
+    const uint64_t input_size = copier.input->size;
+    const uint64_t available = from < input_size ? std::min(size, input_size - from) : 0;
+    if (copier.size != 0 && (from != copier.from + copier.size || to != copier.to + copier.size))
+        finish_range(copier);
+    if (copier.size == 0) {
+        copier.from = from;
+        copier.to = to;
+    }
+    copier.size += available;
+    if (available < size) {
+        finish_range(copier);
+        report_short_read(copier);
+    }
+}
+
+void flush_copies(section_copier& copier) {
+    finish_range(copier);
+    write_gathered(copier);
+}

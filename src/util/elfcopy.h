@@ -1,0 +1,34 @@
+// Section data on its way from the input to the output, in as few and as large pieces as possible.
+//
+// Ranges that follow each other in both files become one. A large range is copied inside the host;
+// small ones are gathered, with the zeros between them, into one block and written together.
+#pragma once
+
+#include <cstdint>
+
+#include "shared/genfile.h"
+#include "shared/genmem.h"
+
+struct section_copier {
+    const char* input_name = nullptr;
+    gen_stream* input = nullptr;
+    const char* output_name = nullptr;
+    gen_stream* output = nullptr;
+
+    // The range that still grows.
+    uint64_t from = 0;
+    uint64_t to = 0;
+    uint64_t size = 0;
+
+    // The block of gathered ranges, and where in the output it belongs.
+    gen_block gathered;
+    uint64_t gathered_to = 0;
+    uint64_t gathered_size = 0;
+
+    uint64_t written_end = 0; // no byte of the output lies behind this
+};
+
+// Copies `size` bytes at `from` to `to`, as far as the input goes; where it ends too early, one
+// "Error reading" is reported. May be carried out later, at the latest by flush_copies.
+void copy_section_data(section_copier& copier, uint64_t from, uint64_t to, uint64_t size);
+void flush_copies(section_copier& copier);

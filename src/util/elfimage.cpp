@@ -1,0 +1,122 @@
+// Reading an ELF file's headers. A table is read only once it is known to lie inside the file, so
+// that no number of the file decides how much memory is asked for.
+#include "util/elfimage.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdarg>
+
+#include "shared/genout.h"
+
+namespace {
+
+// Whether the file holds `count` entries of `stride` bytes at `offset`.
+bool holds_table(const elf_image& image, uint64_t offset, uint64_t count, uint64_t stride) {
+    const uint64_t size = image.stream->size;
+    return offset <= size && count <= (size - offset) / stride;
+}
+
+bool read_program_headers(elf_image& image) {
+    const elf_file_header& head = image.elfhead;
+    if (head.e_phnum == PN_XNUM)
+        return report_damage(image.name, "e_phnum 0xFFFF (extended numbering) is not supported");
+    // An entry size that is too small is the reader's error, not damage of the table.
+    const bool readable =
+        head.e_phentsize == 0 || head.e_phentsize >= elf_program_header_size(image.elfbits);
+    if (readable && head.e_phnum != 0 &&
+        !holds_table(image, head.e_phoff, head.e_phnum, program_header_stride(image)))
+        return report_damage(image.name,
+                             "program header table of %u entries at e_phoff 0x%" PRIx64
+                             " reaches past the end of the file",
+                             unsigned{head.e_phnum}, head.e_phoff);
+    return elf_read_progheaders(*image.stream, image.proghead, head.e_phnum, head.e_phoff,
+                                head.e_phentsize, image.elfbits);
+}
+
+bool read_section_headers(elf_image& image) {
+    const elf_file_header& head = image.elfhead;
+    if (head.e_shnum == 0)
+        return true;
+    if (head.e_shentsize != 0 && head.e_shentsize < elf_section_header_size(image.elfbits))
+        return report_damage(image.name, "e_shentsize %u is below %u", unsigned{head.e_shentsize},
+                             unsigned{elf_section_header_size(image.elfbits)});
+    if (!holds_table(image, head.e_shoff, head.e_shnum, section_header_stride(image)))
+        return report_damage(image.name,
+                             "section header table of %" PRIu32 " entries at e_shoff 0x%" PRIx64
+                             " reaches past the end of the file",
+                             head.e_shnum, head.e_shoff);
+    return elf_read_secheaders(*image.stream, image.sechead, head.e_shnum, head.e_shoff,
+                               head.e_shentsize, image.elfbits);
+}
+
+// Section 0 stands for no section: but for the fields of extended numbering it is all zero.
+bool section_zero_is_sound(const elf_image& image) {
+    const elf_section_header& zero = image.sechead[0];
+    const bool sound = zero.sh_name == 0 && zero.sh_type == 0 && zero.sh_flags == 0 &&
+                       zero.sh_addr == 0 && zero.sh_offset == 0 && zero.sh_addralign == 0 &&
+                       zero.sh_entsize == 0;
+    return sound || report_damage(image.name, "section header 0 is not all zero");
+}
+
+bool read_section_names(elf_image& image) {
+    const elf_section_header& strings = image.sechead[image.elfhead.e_shstrndx];
+    gen_safe_fseek64(image.name, image.stream, static_cast<int64_t>(strings.sh_offset),
+                     GEN_SEEK_SET);
+    image.shstrtab = elf_read_bytes(*image.stream, strings.sh_size);
+    return true;
+}
+
+} // namespace
+
+uint32_t section_header_stride(const elf_image& image) {
+    return std::max(image.elfhead.e_shentsize, elf_section_header_size(image.elfbits));
+}
+
+uint32_t program_header_stride(const elf_image& image) {
+    return std::max(image.elfhead.e_phentsize, elf_program_header_size(image.elfbits));
+}
+
+bool read_image(elf_image& image) {
+    image.elfbits = elf_class_of(*image.stream, image.stream->position, nullptr);
+    if (!genelf_readXheader(*image.stream, image.stream->position, image.elfhead, image.elfbits) ||
+        !read_program_headers(image) || !read_section_headers(image))
+        return false;
+    if (image.sechead.empty()) {
+        gen_error("file '%s' has no sections\n", image.name);
+        return false;
+    }
+    if (image.elfhead.e_shstrndx >= image.sechead.size())
+        return report_damage(image.name,
+                             "e_shstrndx %" PRIu32 " is not below the section count %" PRIu32,
+                             image.elfhead.e_shstrndx, image.elfhead.e_shnum);
+    if (image.sechead[image.elfhead.e_shstrndx].sh_size == 0) {
+        gen_error("string table empty for '%s'", image.name);
+        return false;
+    }
+    if (!section_zero_is_sound(image))
+        return false;
+    // They carried extended numbering, which is resolved by now and made anew when writing.
+    image.sechead[0].sh_size = 0;
+    image.sechead[0].sh_link = 0;
+    return read_section_names(image);
+}
+
+bool names_are_sound(const elf_image& image) {
+    for (size_t i = 0; i < image.sechead.size(); ++i)
+        if (image.sechead[i].sh_name >= image.shstrtab.size)
+            return report_damage(image.name,
+                                 "sh_name 0x%" PRIx32 " of section %zu is outside the "
+                                 "section-name string table of 0x%" PRIx64 " bytes",
+                                 image.sechead[i].sh_name, i, image.shstrtab.size);
+    return true;
+}
+
+bool report_damage(const char* name, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    char* text = gen_vasprintf(format, arguments);
+    va_end(arguments);
+    gen_error("file '%s' is damaged: %s", name, text);
+    gen_free_slot(text);
+    return false;
+}

@@ -1,0 +1,134 @@
+// Layout: the loop over the sections, the translation of offsets, the headers.
+#include "util/elflayout.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "util/elfcopy.h"
+
+namespace {
+
+uint64_t round_up(uint64_t value, uint64_t unit) {
+    return (value + unit - 1) / unit * unit;
+}
+
+// Notes that section `index` now has `written` bytes, and moves what follows if they are fewer.
+void settle_size(elf_section_header& section, uint64_t written, uint64_t unit, uint64_t& shift) {
+    if (written == section.sh_size)
+        return;
+    const uint64_t occupied = round_up(written, unit);
+    if (occupied != section.sh_size)
+        shift += section.sh_size - occupied - section.sh_size % unit;
+    section.sh_size = written;
+}
+
+// The new number of the section that sh_link or sh_info names: 0 when it is gone, or never was.
+uint32_t new_index(const section_plan& plan, uint32_t index) {
+    return index < plan.new_section_index.size() ? plan.new_section_index[index] : 0;
+}
+
+// Processor-specific types with the same low four bits count as relocation sections too.
+bool is_relocation_section(const elf_section_header& section) {
+    const uint32_t low_bits = section.sh_type & 0xF;
+    return low_bits == SHT_REL || low_bits == SHT_RELA;
+}
+
+void translate_headers(elf_image& image, const section_plan& plan, const elf_layout_plan& layout) {
+    elf_file_header& head = image.elfhead;
+    head.e_shoff = translate_offset(layout, plan, head.e_shoff);
+    for (size_t i = 0; i < image.sechead.size(); ++i) {
+        if (plan.info[i].state == SECTION_REMOVED)
+            continue;
+        elf_section_header& section = image.sechead[i];
+        section.sh_offset = translate_offset(layout, plan, section.sh_offset);
+        section.sh_link = new_index(plan, section.sh_link);
+        if (is_relocation_section(section))
+            section.sh_info = new_index(plan, section.sh_info);
+    }
+    head.e_shnum = plan.kept_count;
+    head.e_phoff = translate_offset(layout, plan, head.e_phoff);
+    head.e_shstrndx = plan.new_section_index[head.e_shstrndx];
+    for (elf_program_header& segment : image.proghead)
+        segment.p_offset = translate_offset(layout, plan, segment.p_offset);
+
+    // Entries are written in the standard size, whatever they had.
+    head.e_shentsize = std::min(head.e_shentsize, elf_section_header_size(image.elfbits));
+    head.e_phentsize = std::min(head.e_phentsize, elf_program_header_size(image.elfbits));
+}
+
+std::vector<elf_section_header> kept_headers(const elf_image& image, const section_plan& plan) {
+    std::vector<elf_section_header> kept;
+    kept.reserve(plan.kept_count);
+    for (size_t i = 0; i < image.sechead.size(); ++i)
+        if (plan.info[i].state != SECTION_REMOVED)
+            kept.push_back(image.sechead[i]);
+    return kept;
+}
+
+void seek_output(const char* name, gen_stream& output, uint64_t offset) {
+    gen_safe_fseek64(name, &output, static_cast<int64_t>(offset), GEN_SEEK_SET);
+}
+
+} // namespace
+
+elf_layout_plan order_by_offset(const elf_image& image) {
+    elf_layout_plan layout;
+    layout.offset_order.resize(image.sechead.size());
+    std::iota(layout.offset_order.begin(), layout.offset_order.end(), 0U);
+    std::stable_sort(layout.offset_order.begin(), layout.offset_order.end(),
+                     [&image](uint32_t a, uint32_t b) {
+                         return image.sechead[a].sh_offset < image.sechead[b].sh_offset;
+                     });
+    return layout;
+}
+
+uint64_t translate_offset(const elf_layout_plan& layout, const section_plan& plan,
+                          uint64_t offset) {
+    // The last section but section 0 that starts strictly before the offset says how far it moves.
+    const auto first = layout.offset_order.begin() + 1;
+    const auto behind =
+        std::partition_point(first, layout.offset_order.end(), [&plan, offset](uint32_t index) {
+            return plan.info[index].old_offset < offset;
+        });
+    return behind == first ? offset : offset - plan.info[*(behind - 1)].shift_after;
+}
+
+void write_sections(elf_image& image, section_plan& plan, elf_layout_plan& layout,
+                    const char* output_name, gen_stream& output) {
+    section_copier copier;
+    copier.input_name = image.name;
+    copier.input = image.stream;
+    copier.output_name = output_name;
+    copier.output = &output;
+    for (uint32_t index : layout.offset_order) {
+        elf_section_header& section = image.sechead[index];
+        strip_section_info& info = plan.info[index];
+        if (has_data(section)) {
+            const uint64_t new_offset = translate_offset(layout, plan, section.sh_offset);
+            gen_safe_fseek64(image.name, image.stream, static_cast<int64_t>(section.sh_offset),
+                             GEN_SEEK_SET);
+            seek_output(output_name, output, new_offset);
+            uint64_t written = 0;
+            if (info.state != SECTION_REMOVED) {
+                copy_section_data(copier, section.sh_offset, new_offset, section.sh_size);
+                written = section.sh_size;
+            }
+            settle_size(section, written, alignment_unit(image), layout.shift);
+        }
+        info.shift_after = layout.shift;
+        if (info.state == SECTION_KEPT)
+            info.state = SECTION_WRITTEN;
+    }
+    flush_copies(copier);
+}
+
+void write_headers(elf_image& image, const section_plan& plan, const elf_layout_plan& layout,
+                   const char* output_name, gen_stream& output) {
+    translate_headers(image, plan, layout);
+    seek_output(output_name, output, 0);
+    genelf_writeXheader(output_name, output, image.elfhead, &image.sechead[0], image.elfbits);
+    seek_output(output_name, output, image.elfhead.e_shoff);
+    elf_write_secheaders(output_name, output, kept_headers(image, plan), image.elfbits);
+    seek_output(output_name, output, image.elfhead.e_phoff);
+    elf_write_progheaders(output_name, output, image.proghead, image.elfbits);
+}

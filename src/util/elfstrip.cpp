@@ -1,0 +1,174 @@
+// The frame of one ELF strip: its steps in order, the output file, and the replacement.
+//
+// Everything that can be refused is refused before the output is opened. The output is a complete
+// new file beside the input, which a rename then replaces; only -vxworks patches in place.
+#include "util/elfstrip.h"
+
+#include <cinttypes>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "shared/genout.h"
+#include "shared/genpath.h"
+#include "shared/gentemp.h"
+#include "shared/host.h"
+#include "util/elfimage.h"
+#include "util/elflayout.h"
+#include "util/elfpolicy.h"
+#include "util/options.h"
+
+namespace {
+
+constexpr int status_failure = 1;
+constexpr uint32_t set_id_bits = 06000;
+
+// What the hook answers, nothing if empty. Stays after the file is done: later temporary names of
+// the run follow the most recent ELF input.
+std::string input_directory;
+
+std::optional<std::string> answer_input_directory() {
+    return input_directory.empty() ? std::nullopt : std::optional(input_directory);
+}
+
+// The file that is replaced: behind a symbolic link, the one that it leads to.
+std::string real_name(const char* name) {
+    if (!host_is_link(name))
+        return name;
+    return host_resolve_links(name).value_or(name);
+}
+
+struct strip_job {
+    const char* name = nullptr; // as typed, for messages
+    std::string input_name;     // the file itself
+    gen_stream_ptr input;
+    host_status input_status;
+    elf_image image;
+
+    std::string result_name;
+    bool replaces_input = false; // the result is renamed over the input
+    gen_stream_ptr result;
+};
+
+bool is_refused_object(const strip_job& job) {
+    if (job.image.elfhead.e_type != ET_REL || strip_flags.strip_reloc)
+        return false;
+    gen_error("Unable to strip relocatable ELF file '%s'", job.name);
+    return true;
+}
+
+// VxWorks images only lose the size of their ".debug" section: its header is patched in place.
+void empty_debug_section(strip_job& job) {
+    elf_image& image = job.image;
+    for (size_t i = 0; i < image.sechead.size(); ++i) {
+        elf_section_header& section = image.sechead[i];
+        if (strcmp(section_name(image, section), ".debug") != 0)
+            continue;
+        section.sh_size = 0;
+        job.result_name = job.name;
+        job.result = gen_safe_fopen(job.name, "ELF file", "rb+");
+        const uint64_t at = image.elfhead.e_shoff + i * section_header_stride(image);
+        gen_safe_fseek64(job.name, job.result.get(), static_cast<int64_t>(at), GEN_SEEK_SET);
+        elf_write_secheaders(job.name, *job.result, {&section, 1}, image.elfbits);
+        return;
+    }
+    gen_warning("failed to find the .debug section in '%s'", job.name);
+}
+
+void install_directory_hook(const strip_job& job) {
+    input_directory = gen_directory_part(job.input_name);
+    gen_tmpdir_hook = answer_input_directory;
+}
+
+void open_result(strip_job& job) {
+    job.replaces_input = !output_name || same_file_name(*output_name, job.name);
+    if (job.replaces_input) {
+        const std::optional<std::string> temporary = gen_temp_name(nullptr, "tmp");
+        if (!temporary)
+            gen_fatal(status_failure, "Unable to open output file %s", job.name);
+        job.result_name = *temporary;
+    } else {
+        job.result_name = *output_name;
+    }
+    job.result =
+        gen_safe_fopen(job.result_name.c_str(), "output file", job.replaces_input ? "wbx" : "wb");
+}
+
+// Gives the result the input's owner and permissions. Set-id bits mean something else under
+// another owner, and are dropped there.
+void copy_owner_and_mode(const std::string& name, const host_status& from) {
+    uint32_t mode = from.mode;
+    const std::optional<host_status> now = host_status_of(name.c_str());
+    const bool same_owner = now && now->owner == from.owner && now->group == from.group;
+    if (!same_owner && host_set_owner(name.c_str(), from.owner, from.group) != 0)
+        mode &= ~set_id_bits;
+    host_set_mode(name.c_str(), mode);
+}
+
+void replace_input(strip_job& job) {
+    // Before the rename, so that nobody ever finds the new file without its permissions.
+    copy_owner_and_mode(job.result_name, job.input_status);
+    if (host_rename(job.result_name.c_str(), job.input_name.c_str()) != 0)
+        gen_fatal(status_failure, "can't rename %s to %s", job.result_name.c_str(), job.name);
+}
+
+// Closes both files, unchecked but for the flush, and puts the result in its place.
+void finish(strip_job& job) {
+    if (job.result)
+        gen_safe_fflush(job.result_name.c_str(), job.result.get());
+    job.input.reset();
+    job.result.reset();
+    if (job.replaces_input)
+        replace_input(job);
+}
+
+bool nothing_to_do(const section_plan& plan) {
+    const bool symbols_may_go =
+        plan.symtab_index != 0 && (strip_flags.strip_unneeded || strip_symbol_list.count != 0);
+    return !removes_sections(plan) && !symbols_may_go;
+}
+
+bool keeps_symbol_table(const strip_job& job, const section_plan& plan) {
+    if (plan.symtab_index == 0)
+        return false;
+    gen_error("file '%s' is not stripped: keeping its symbol table (section %" PRIu32
+              ") is not supported yet",
+              job.name, plan.symtab_index);
+    return true;
+}
+
+void rewrite(strip_job& job, section_plan& plan) {
+    elf_layout_plan layout = order_by_offset(job.image);
+    open_result(job);
+    write_sections(job.image, plan, layout, job.result_name.c_str(), *job.result);
+    write_headers(job.image, plan, layout, job.result_name.c_str(), *job.result);
+}
+
+void strip(strip_job& job) {
+    if (!read_image(job.image) || is_refused_object(job) || !names_are_sound(job.image))
+        return;
+    if (strip_flags.vxworks)
+        return empty_debug_section(job);
+    install_directory_hook(job);
+    section_plan plan = plan_sections(job.image);
+    if (nothing_to_do(plan) || keeps_symbol_table(job, plan) || !removal_is_safe(job.image, plan))
+        return;
+    rewrite(job, plan);
+}
+
+} // namespace
+
+void elf_strip(gen_stream_ptr stream, const char* name) {
+    reconcile_options();
+    strip_job job;
+    job.name = name;
+    job.input_name = real_name(name);
+    job.input = std::move(stream);
+    if (const std::optional<host_status> status = host_descriptor_status(job.input->descriptor))
+        job.input_status = *status;
+    job.image.name = name;
+    job.image.stream = job.input.get();
+    strip(job);
+    finish(job);
+}

@@ -1,0 +1,96 @@
+// The entry: arguments from left to right, each file to the stripper of its kind.
+#include <cstring>
+#include <utility>
+
+#include "objfile/objident.h"
+#include "shared/genfile.h"
+#include "shared/genout.h"
+#include "shared/indgeninit.h"
+#include "util/elfstrip.h"
+#include "util/options.h"
+
+namespace {
+
+constexpr int status_failure = 1;
+
+// Whether the run has done work: a file was opened, or the usage or version was asked for.
+bool file_seen;
+
+void close_operand(const char* name, gen_stream_ptr stream) {
+    gen_safe_fclose(name, "executable", std::move(stream));
+}
+
+void take_option(const char* argument) {
+    if (strcmp(argument, "-help") == 0 || strcmp(argument, "-V") == 0)
+        file_seen = true;
+    parse_option(argument);
+}
+
+// Formats whose stripper is not built yet: the file is left alone.
+void refuse_for_now(const char* name, const char* what) {
+    gen_error("file '%s' is not stripped: %s are not supported yet", name, what);
+}
+
+void route(gen_stream_ptr stream, const char* name, const objinfo& info) {
+    const bool known = info.target != 0;
+    switch (info.kind) {
+    case OBJ_ELF:
+        if (known)
+            return elf_strip(std::move(stream), name);
+        gen_error("file %s is not a known ELF type\n", name);
+        break;
+    case OBJ_PECOFF:
+        if (known || forced_kind)
+            refuse_for_now(name, "PE/COFF images");
+        else
+            gen_error("file '%s' is not a known PE/COFF type", name);
+        break;
+    case OBJ_ARCHIVE:
+    case OBJ_ARCHIVE64:
+        close_operand(name, std::move(stream));
+        refuse_for_now(name, "archives");
+        gen_error("failed to strip file '%s'", name);
+        return;
+    default:
+        if (forced_kind || (known && (info.kind == OBJ_COFF || info.kind == OBJ_XCOFF)))
+            refuse_for_now(name, "COFF files");
+        else
+            gen_error("file '%s' is not COFF/ELF", name);
+    }
+    close_operand(name, std::move(stream));
+}
+
+void take_file(const char* name) {
+    gen_stream_ptr stream = gen_safe_fopen(name, "executable", "rb+");
+    file_seen = true;
+    if (const objinfo* info = obj_identify(stream.get(), nullptr)) {
+        route(std::move(stream), name, *info);
+    } else {
+        gen_error("file '%s' is not BSD/COFF/ELF", name);
+        close_operand(name, std::move(stream));
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // The tool chain's switch settings are no concern of objtrim's own arguments: start-up sees
+    // only the program path.
+    const char* program_path[] = {argc > 0 ? argv[0] : ""};
+    int program_path_count = 1;
+    gen_init(program_path[0], program_path_count, program_path, gen_init_options());
+
+    for (int i = 1; i < argc; ++i) {
+        if (argv[i][0] == '-')
+            take_option(argv[i]);
+        else
+            take_file(argv[i]);
+    }
+    if (!file_seen) {
+        gen_error("File argument required.");
+        print_usage();
+    }
+    if (gen_total_errors != 0)
+        gen_exit(status_failure);
+    gen_exit_success();
+}

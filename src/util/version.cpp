@@ -1,0 +1,85 @@
+// Version stamps: the four fields, and their texts by mode.
+#include "util/version.h"
+
+#include <array>
+#include <string_view>
+
+namespace {
+
+constexpr size_t stamp_width = 383; // characters, without the NUL
+constexpr std::string_view mark = "@(#)";
+constexpr std::string_view maker = "Orvale Software, ";
+
+using stamp_field = std::array<char, stamp_width + 1>;
+
+constexpr stamp_field padded(std::string_view text) {
+    stamp_field field = {};
+    for (size_t i = 0; i < stamp_width; ++i)
+        field[i] = i < text.size() ? text[i] : ' ';
+    return field;
+}
+
+// Not constant, and read through volatile below: the file may have been patched since it was built.
+[[gnu::used, gnu::retain]] stamp_field product_field =
+    padded("@(#)Orvale Software, Compiler v2023.5.4");
+[[gnu::used, gnu::retain]] stamp_field customer_field =
+    padded("@(#)[Customer version stamp space]");
+[[gnu::used, gnu::retain]] stamp_field directory_field = padded("@(#)[Directory] src/util");
+[[gnu::used, gnu::retain]] stamp_field version_control_field = padded("@(#)[VCInfo] objtrim");
+
+std::string text_of(const stamp_field& field) {
+    std::string text;
+    const volatile char* character = field.data();
+    while (text.size() < stamp_width && *character != '\0')
+        text.push_back(*character++);
+    return text;
+}
+
+std::string after(const std::string& text, size_t count) {
+    return count < text.size() ? text.substr(count) : std::string();
+}
+
+std::string_view without_padding(std::string_view text) {
+    const size_t last = text.find_last_not_of(' ');
+    return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);
+}
+
+bool is_unchanged(const std::string& marked, std::string_view initial) {
+    return without_padding(marked) == without_padding(initial);
+}
+
+std::string open_stamp(const stamp_field& field, std::string_view initial, int mode) {
+    std::string marked = after(text_of(field), mark.size());
+    return mode == VERSION_CHANGED && is_unchanged(marked, initial) ? std::string() : marked;
+}
+
+} // namespace
+
+std::string version_stamp(int mode) {
+    std::string field = text_of(product_field);
+    std::string marked = after(field, mark.size());
+    switch (mode) {
+    case VERSION_MARKED:
+        return marked;
+    case VERSION_TEXT:
+        return after(marked, maker.size());
+    case VERSION_CHANGED:
+        return is_unchanged(marked, "Orvale Software, Version 2023.5.4")
+                   ? std::string()
+                   : after(marked, maker.size());
+    default:
+        return field;
+    }
+}
+
+std::string customer_stamp(int mode) {
+    return open_stamp(customer_field, "[Customer version stamp space]", mode);
+}
+
+std::string directory_stamp(int mode) {
+    return open_stamp(directory_field, "[Directory]", mode);
+}
+
+std::string version_control_stamp(int mode) {
+    return open_stamp(version_control_field, "[VCInfo]", mode);
+}
