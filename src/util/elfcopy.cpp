@@ -81,18 +81,34 @@ void finish_range(section_copier& copier) {
     copier.size = 0;
 }
 
-} // namespace
+// How many of the bytes at `from` an earlier section has brought along.
+uint64_t bytes_already_there(const section_copier& copier, uint64_t from, uint64_t size) {
+    return from < copier.copied_end ? std::min(size, copier.copied_end - from) : 0;
+}
 
-void copy_section_data(section_copier& copier, uint64_t from, uint64_t to, uint64_t size) {
-    const uint64_t input_size = copier.input->size;
-    const uint64_t available = from < input_size ? std::min(size, input_size - from) : 0;
+// Lets the range grow by what follows it in both files, or begins another.
+void extend_range(section_copier& copier, uint64_t from, uint64_t to, uint64_t size) {
+    if (size == 0)
+        return;
     if (copier.size != 0 && (from != copier.from + copier.size || to != copier.to + copier.size))
         finish_range(copier);
     if (copier.size == 0) {
         copier.from = from;
         copier.to = to;
     }
-    copier.size += available;
+    copier.size += size;
+}
+
+} // namespace
+
+void copy_section_data(section_copier& copier, uint64_t from, uint64_t to, uint64_t size) {
+    const uint64_t input_size = copier.input->size;
+    const uint64_t available = from < input_size ? std::min(size, input_size - from) : 0;
+    const uint64_t done =
+        from - to == copier.copied_shift ? bytes_already_there(copier, from, available) : 0;
+    extend_range(copier, from + done, to + done, available - done);
+    copier.copied_shift = from - to;
+    copier.copied_end = std::max(from + available, done != 0 ? copier.copied_end : 0);
     if (available < size) {
         finish_range(copier);
         report_short_read(copier);
@@ -102,4 +118,9 @@ void copy_section_data(section_copier& copier, uint64_t from, uint64_t to, uint6
 void flush_copies(section_copier& copier) {
     finish_range(copier);
     write_gathered(copier);
+    copier.copied_end = 0;
+}
+
+void note_written(section_copier& copier, uint64_t end) {
+    copier.written_end = std::max(copier.written_end, end);
 }

@@ -26,9 +26,17 @@ struct section_copier {
     uint64_t gathered_size = 0;
 
     uint64_t written_end = 0; // no byte of the output lies behind this
+
+    // Input bytes up to here, from the start of the section that reaches furthest, went to where
+    // they are less `copied_shift` in the output, and nothing was written over them since.
+    uint64_t copied_end = 0;
+    uint64_t copied_shift = 0;
 };
 
 // Copies `size` bytes at `from` to `to`, as far as the input goes; where it ends too early, one
-// "Error reading" is reported. May be carried out later, at the latest by flush_copies.
+// "Error reading" is reported. May be carried out later, at the latest by flush_copies. Called in
+// the order of `from`; bytes that sections share are copied once.
 void copy_section_data(section_copier& copier, uint64_t from, uint64_t to, uint64_t size);
 void flush_copies(section_copier& copier);
+// After flush_copies: somebody else has written to the output, up to `end`.
+void note_written(section_copier& copier, uint64_t end);

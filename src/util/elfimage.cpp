@@ -111,6 +111,17 @@ bool names_are_sound(const elf_image& image) {
     return true;
 }
 
+bool holds_section(const elf_image& image, uint32_t index) {
+    const elf_section_header& section = image.sechead[index];
+    const uint64_t size = image.stream->size;
+    if (section.sh_offset <= size && section.sh_size <= size - section.sh_offset)
+        return true;
+    return report_damage(image.name,
+                         "section %" PRIu32 " at sh_offset 0x%" PRIx64 " with sh_size 0x%" PRIx64
+                         " reaches past the end of the file",
+                         index, section.sh_offset, section.sh_size);
+}
+
 bool report_damage(const char* name, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);

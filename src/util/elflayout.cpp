@@ -27,13 +27,8 @@ uint32_t new_index(const section_plan& plan, uint32_t index) {
     return index < plan.new_section_index.size() ? plan.new_section_index[index] : 0;
 }
 
-// Processor-specific types with the same low four bits count as relocation sections too.
-bool is_relocation_section(const elf_section_header& section) {
-    const uint32_t low_bits = section.sh_type & 0xF;
-    return low_bits == SHT_REL || low_bits == SHT_RELA;
-}
-
-void translate_headers(elf_image& image, const section_plan& plan, const elf_layout_plan& layout) {
+void translate_headers(elf_image& image, const strip_plan& decided, const elf_layout_plan& layout) {
+    const section_plan& plan = decided.sections;
     elf_file_header& head = image.elfhead;
     head.e_shoff = translate_offset(layout, plan, head.e_shoff);
     for (size_t i = 0; i < image.sechead.size(); ++i) {
@@ -42,6 +37,8 @@ void translate_headers(elf_image& image, const section_plan& plan, const elf_lay
         elf_section_header& section = image.sechead[i];
         section.sh_offset = translate_offset(layout, plan, section.sh_offset);
         section.sh_link = new_index(plan, section.sh_link);
+        if (decided.symbols.present && i == plan.symtab_index)
+            section.sh_info = decided.symbols.first_nonlocal;
         if (is_relocation_section(section))
             section.sh_info = new_index(plan, section.sh_info);
     }
@@ -65,8 +62,47 @@ std::vector<elf_section_header> kept_headers(const elf_image& image, const secti
     return kept;
 }
 
-void seek_output(const char* name, gen_stream& output, uint64_t offset) {
-    gen_safe_fseek64(name, &output, static_cast<int64_t>(offset), GEN_SEEK_SET);
+void seek_output(const output_file& output, uint64_t offset) {
+    gen_safe_fseek64(output.name, &output.stream, static_cast<int64_t>(offset), GEN_SEEK_SET);
+}
+
+// One pass over the sections' data.
+struct section_writer {
+    elf_image& image;
+    strip_plan& plan;
+    const output_file& output;
+    section_copier copier;
+};
+
+uint64_t write_new_contents(section_writer& writer, uint32_t index) {
+    const char* name = writer.output.name;
+    gen_stream& stream = writer.output.stream;
+    const elf_section_header& section = writer.image.sechead[index];
+    const section_plan& sections = writer.plan.sections;
+    symbol_plan& symbols = writer.plan.symbols;
+    relocation_plan& relocations = writer.plan.relocations;
+    if (index == sections.symtab_index)
+        return elf_write_symbols(name, stream, symbols.symbols, writer.image.elfbits);
+    if (index == sections.shndx_index)
+        return write_index_table(name, stream, section, symbols);
+    if (index == sections.strtab_index)
+        return write_string_table(name, stream, writer.image, section, symbols);
+    return write_relocations(name, stream, writer.image, symbols,
+                             relocations.tables[relocations.table_of[index] - 1]);
+}
+
+// Writes section `index`, which is kept and has data, to `offset`. Bytes written.
+uint64_t write_section(section_writer& writer, uint32_t index, uint64_t offset) {
+    const elf_section_header& section = writer.image.sechead[index];
+    if (!is_rewritten(writer.plan, index)) {
+        copy_section_data(writer.copier, section.sh_offset, offset, section.sh_size);
+        return section.sh_size;
+    }
+    flush_copies(writer.copier);
+    seek_output(writer.output, offset);
+    const uint64_t written = write_new_contents(writer, index);
+    note_written(writer.copier, offset + written);
+    return written;
 }
 
 } // namespace
@@ -93,42 +129,41 @@ uint64_t translate_offset(const elf_layout_plan& layout, const section_plan& pla
     return behind == first ? offset : offset - plan.info[*(behind - 1)].shift_after;
 }
 
-void write_sections(elf_image& image, section_plan& plan, elf_layout_plan& layout,
-                    const char* output_name, gen_stream& output) {
-    section_copier copier;
-    copier.input_name = image.name;
-    copier.input = image.stream;
-    copier.output_name = output_name;
-    copier.output = &output;
+void write_sections(elf_image& image, strip_plan& plan, elf_layout_plan& layout,
+                    const output_file& output) {
+    section_writer writer = {image, plan, output, {}};
+    writer.copier.input_name = image.name;
+    writer.copier.input = image.stream;
+    writer.copier.output_name = output.name;
+    writer.copier.output = &output.stream;
     for (uint32_t index : layout.offset_order) {
         elf_section_header& section = image.sechead[index];
-        strip_section_info& info = plan.info[index];
+        strip_section_info& info = plan.sections.info[index];
         if (has_data(section)) {
-            const uint64_t new_offset = translate_offset(layout, plan, section.sh_offset);
+            const uint64_t new_offset = translate_offset(layout, plan.sections, section.sh_offset);
             gen_safe_fseek64(image.name, image.stream, static_cast<int64_t>(section.sh_offset),
                              GEN_SEEK_SET);
-            seek_output(output_name, output, new_offset);
-            uint64_t written = 0;
-            if (info.state != SECTION_REMOVED) {
-                copy_section_data(copier, section.sh_offset, new_offset, section.sh_size);
-                written = section.sh_size;
-            }
+            seek_output(output, new_offset);
+            const uint64_t written =
+                info.state == SECTION_REMOVED ? 0 : write_section(writer, index, new_offset);
             settle_size(section, written, alignment_unit(image), layout.shift);
         }
         info.shift_after = layout.shift;
         if (info.state == SECTION_KEPT)
             info.state = SECTION_WRITTEN;
     }
-    flush_copies(copier);
+    flush_copies(writer.copier);
 }
 
-void write_headers(elf_image& image, const section_plan& plan, const elf_layout_plan& layout,
-                   const char* output_name, gen_stream& output) {
+void write_headers(elf_image& image, const strip_plan& plan, const elf_layout_plan& layout,
+                   const output_file& output) {
     translate_headers(image, plan, layout);
-    seek_output(output_name, output, 0);
-    genelf_writeXheader(output_name, output, image.elfhead, &image.sechead[0], image.elfbits);
-    seek_output(output_name, output, image.elfhead.e_shoff);
-    elf_write_secheaders(output_name, output, kept_headers(image, plan), image.elfbits);
-    seek_output(output_name, output, image.elfhead.e_phoff);
-    elf_write_progheaders(output_name, output, image.proghead, image.elfbits);
+    seek_output(output, 0);
+    genelf_writeXheader(output.name, output.stream, image.elfhead, &image.sechead[0],
+                        image.elfbits);
+    seek_output(output, image.elfhead.e_shoff);
+    elf_write_secheaders(output.name, output.stream, kept_headers(image, plan.sections),
+                         image.elfbits);
+    seek_output(output, image.elfhead.e_phoff);
+    elf_write_progheaders(output.name, output.stream, image.proghead, image.elfbits);
 }

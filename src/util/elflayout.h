@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "util/elfimage.h"
-#include "util/elfpolicy.h"
+#include "util/elfplan.h"
 
 struct elf_layout_plan {
     std::vector<uint32_t> offset_order; // section indexes by sh_offset, equal ones by index
@@ -22,11 +22,16 @@ elf_layout_plan order_by_offset(const elf_image& image);
 // the current section, afterwards for the whole file.
 uint64_t translate_offset(const elf_layout_plan& layout, const section_plan& plan, uint64_t offset);
 
-// Writes the data of the kept sections, and fills in `plan`'s shifts and the new sh_size in
-// `image`.
-void write_sections(elf_image& image, section_plan& plan, elf_layout_plan& layout,
-                    const char* output_name, gen_stream& output);
+struct output_file {
+    const char* name;
+    gen_stream& stream;
+};
+
+// Writes the data of the kept sections, rewritten where `plan` says so, and fills in the shifts in
+// `plan` and the new sh_size in `image`.
+void write_sections(elf_image& image, strip_plan& plan, elf_layout_plan& layout,
+                    const output_file& output);
 
 // Translates the headers in `image` and writes them.
-void write_headers(elf_image& image, const section_plan& plan, const elf_layout_plan& layout,
-                   const char* output_name, gen_stream& output);
+void write_headers(elf_image& image, const strip_plan& plan, const elf_layout_plan& layout,
+                   const output_file& output);

@@ -2,7 +2,6 @@
 #include "util/elfpolicy.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cstring>
 
 #include "util/options.h"
@@ -14,13 +13,42 @@ bool is_one_of(const char* name, std::initializer_list<const char*> names) {
                        [name](const char* other) { return strcmp(name, other) == 0; });
 }
 
-// A relocation section is judged by the name of the section that it applies to. The prefix alone
-// decides: ".reloc" is judged as "oc".
-const char* without_relocation_prefix(const char* name) {
+// How much of the name does not count. A relocation section is judged by the name of the section
+// that it applies to; the prefix alone decides, so ".reloc" is judged as "oc".
+uint32_t relocation_prefix_length(const char* name) {
     for (const char* prefix : {".rela", ".rel"})
         if (strncmp(name, prefix, strlen(prefix)) == 0)
-            return name + strlen(prefix);
-    return name;
+            return static_cast<uint32_t>(strlen(prefix));
+    return 0;
+}
+
+// The names to be removed, whole or as patterns.
+struct removal_names {
+    string_index strings;
+    name_judge judge;
+};
+
+bool is_named_for_removal(const elf_image& image, const elf_section_header& section,
+                          removal_names& names) {
+    const uint32_t skipped = relocation_prefix_length(section_name(image, section));
+    if (strip_flags.wildcards)
+        return is_named(names.judge, section.sh_name + skipped);
+    return match_exact_name(remove_section_list, section_name(image, section) + skipped);
+}
+
+// The first rule that applies decides.
+bool section_is_removed(const elf_image& image, uint32_t index, removal_names& names) {
+    const elf_section_header& section = image.sechead[index];
+    const char* name = section_name(image, section);
+    if (index == 0 && section.sh_name == 0 && section.sh_type == 0 && section.sh_offset == 0)
+        return false;
+    if (section.sh_flags & SHF_ALLOC)
+        return false;
+    if (is_one_of(name, {".shstrtab", ".symtab_shndx"}))
+        return false;
+    if (strip_flags.strip_reloc && is_one_of(name, {".symtab", ".strtab"}))
+        return false;
+    return is_named_for_removal(image, section, names) || strip_flags.all_unallocated;
 }
 
 void keep_section(section_plan& plan, const elf_image& image, uint32_t index) {
@@ -53,30 +81,18 @@ void number_sections(section_plan& plan) {
 
 } // namespace
 
-bool section_is_removed(const elf_image& image, uint32_t index) {
-    const elf_section_header& section = image.sechead[index];
-    const char* name = section_name(image, section);
-    if (index == 0 && section.sh_name == 0 && section.sh_type == 0 && section.sh_offset == 0)
-        return false;
-    if (section.sh_flags & SHF_ALLOC)
-        return false;
-    if (is_one_of(name, {".shstrtab", ".symtab_shndx"}))
-        return false;
-    if (strip_flags.strip_reloc && is_one_of(name, {".symtab", ".strtab"}))
-        return false;
-    name = without_relocation_prefix(name);
-    const bool named = strip_flags.wildcards ? match_name_list(remove_section_list, name)
-                                             : match_exact_name(remove_section_list, name);
-    return named || strip_flags.all_unallocated;
-}
-
 section_plan plan_sections(const elf_image& image) {
+    removal_names names;
+    if (strip_flags.wildcards) {
+        names.strings = index_strings(image.shstrtab.text(), image.shstrtab.size + 1);
+        names.judge = make_judge(remove_section_list, names.strings);
+    }
     section_plan plan;
     plan.info.resize(image.sechead.size());
     plan.new_section_index.resize(image.sechead.size());
     for (uint32_t i = 0; i < image.sechead.size(); ++i) {
         plan.info[i].old_offset = image.sechead[i].sh_offset;
-        if (!section_is_removed(image, i))
+        if (!section_is_removed(image, i, names))
             keep_section(plan, image, i);
     }
     drop_idle_index_table(plan);
@@ -89,63 +105,4 @@ int64_t map_section_index(const section_plan& plan, int64_t index) {
         return -1;
     const uint32_t mapped = plan.new_section_index[static_cast<size_t>(index)];
     return mapped != 0 ? int64_t{mapped} : -1;
-}
-
-namespace {
-
-// A range of the file and who claims it.
-struct claimed_range {
-    uint64_t start;
-    uint64_t end;
-    size_t section; // 0 for a header
-    bool removed;
-};
-
-void claim(std::vector<claimed_range>& ranges, uint64_t start, uint64_t size, size_t section,
-           bool removed) {
-    const uint64_t end = size > UINT64_MAX - start ? UINT64_MAX : start + size;
-    ranges.push_back({start, end, section, removed});
-}
-
-std::vector<claimed_range> claimed_ranges(const elf_image& image, const section_plan& plan) {
-    const elf_file_header& head = image.elfhead;
-    std::vector<claimed_range> ranges;
-    ranges.reserve(image.sechead.size() + 3);
-    claim(ranges, 0, elf_file_header_size(image.elfbits), 0, false);
-    claim(ranges, head.e_shoff, uint64_t{head.e_shnum} * section_header_stride(image), 0, false);
-    if (head.e_phnum != 0)
-        claim(ranges, head.e_phoff, uint64_t{head.e_phnum} * program_header_stride(image), 0,
-              false);
-    for (size_t i = 0; i < image.sechead.size(); ++i)
-        if (has_data(image.sechead[i]))
-            claim(ranges, image.sechead[i].sh_offset, image.sechead[i].sh_size, i,
-                  plan.info[i].state == SECTION_REMOVED);
-    std::sort(ranges.begin(), ranges.end(),
-              [](const claimed_range& a, const claimed_range& b) { return a.start < b.start; });
-    return ranges;
-}
-
-} // namespace
-
-bool removal_is_safe(const elf_image& image, const section_plan& plan) {
-    // In order of their starts, a range meets an earlier one if it starts before that one's end.
-    claimed_range reaching_furthest = {0, 0, 0, false};
-    claimed_range removed_reaching_furthest = {0, 0, 0, true};
-    for (const claimed_range& range : claimed_ranges(image, plan)) {
-        const bool removed_meets_earlier = range.removed && range.start < reaching_furthest.end;
-        const bool meets_earlier_removed = range.start < removed_reaching_furthest.end;
-        if (removed_meets_earlier || meets_earlier_removed) {
-            const size_t section =
-                removed_meets_earlier ? range.section : removed_reaching_furthest.section;
-            return report_damage(image.name,
-                                 "section %zu, which is to be removed, shares bytes with another "
-                                 "section or a header near offset 0x%" PRIx64,
-                                 section, range.start);
-        }
-        if (range.end > reaching_furthest.end)
-            reaching_furthest = range;
-        if (range.removed && range.end > removed_reaching_furthest.end)
-            removed_reaching_furthest = range;
-    }
-    return true;
 }

@@ -36,9 +36,6 @@ struct section_plan {
     uint32_t shndx_index = 0;                // its extended index table
 };
 
-// The removal test of section `index`, by the options and lists as they are now.
-bool section_is_removed(const elf_image& image, uint32_t index);
-
 // Classifies and numbers the sections. The options are reconciled and the names sound.
 section_plan plan_sections(const elf_image& image);
 
@@ -48,7 +45,3 @@ inline bool removes_sections(const section_plan& plan) {
 
 // The new number of a section: -1 for -1, section 0, a removed section, or none at all.
 int64_t map_section_index(const section_plan& plan, int64_t index);
-
-// Whether no removed section shares bytes with another section, the file header or a header table:
-// they would move or vanish with it. False after a report.
-bool removal_is_safe(const elf_image& image, const section_plan& plan);

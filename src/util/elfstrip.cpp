@@ -4,7 +4,6 @@
 // new file beside the input, which a rename then replaces; only -vxworks patches in place.
 #include "util/elfstrip.h"
 
-#include <cinttypes>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -16,7 +15,8 @@
 #include "shared/host.h"
 #include "util/elfimage.h"
 #include "util/elflayout.h"
-#include "util/elfpolicy.h"
+#include "util/elfoverlap.h"
+#include "util/elfplan.h"
 #include "util/options.h"
 
 namespace {
@@ -123,26 +123,26 @@ void finish(strip_job& job) {
         replace_input(job);
 }
 
-bool nothing_to_do(const section_plan& plan) {
-    const bool symbols_may_go =
-        plan.symtab_index != 0 && (strip_flags.strip_unneeded || strip_symbol_list.count != 0);
-    return !removes_sections(plan) && !symbols_may_go;
-}
-
-bool keeps_symbol_table(const strip_job& job, const section_plan& plan) {
-    if (plan.symtab_index == 0)
+// False when there is nothing to change, or after a report of damage.
+bool plan_changes(elf_image& image, strip_plan& plan) {
+    plan.sections = plan_sections(image);
+    if (!read_symbols(image, plan.sections, plan.symbols) ||
+        !read_relocations(image, plan.sections, plan.symbols, plan.relocations))
         return false;
-    gen_error("file '%s' is not stripped: keeping its symbol table (section %" PRIu32
-              ") is not supported yet",
-              job.name, plan.symtab_index);
-    return true;
+    if (plan.symbols.present)
+        rewrite_symbols(image, plan.sections, plan.symbols);
+    if (!removes_sections(plan.sections) && !drops_symbols(plan.symbols))
+        return false;
+    return changes_are_safe(image, plan);
 }
 
-void rewrite(strip_job& job, section_plan& plan) {
+void write_result(strip_job& job, strip_plan& plan) {
     elf_layout_plan layout = order_by_offset(job.image);
-    open_result(job);
-    write_sections(job.image, plan, layout, job.result_name.c_str(), *job.result);
-    write_headers(job.image, plan, layout, job.result_name.c_str(), *job.result);
+    if (plan.symbols.present)
+        prepare_symbol_output(plan.sections, plan.symbols);
+    const output_file output = {job.result_name.c_str(), *job.result};
+    write_sections(job.image, plan, layout, output);
+    write_headers(job.image, plan, layout, output);
 }
 
 void strip(strip_job& job) {
@@ -151,10 +151,11 @@ void strip(strip_job& job) {
     if (strip_flags.vxworks)
         return empty_debug_section(job);
     install_directory_hook(job);
-    section_plan plan = plan_sections(job.image);
-    if (nothing_to_do(plan) || keeps_symbol_table(job, plan) || !removal_is_safe(job.image, plan))
+    strip_plan plan;
+    if (!plan_changes(job.image, plan))
         return;
-    rewrite(job, plan);
+    open_result(job);
+    write_result(job, plan);
 }
 
 } // namespace

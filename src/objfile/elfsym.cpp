@@ -1,0 +1,217 @@
+// ELF symbols and relocations: index encoding, tables in pieces, single relocation entries.
+#include "objfile/elfsym.h"
+
+#include <algorithm>
+
+#include "shared/genout.h"
+
+namespace {
+
+constexpr int status_failure = 1;
+constexpr uint32_t reserved_shift = 0xFFFF0000; // between a reserved index in a file and held
+constexpr uint64_t piece_limit = 1024 * 1024;   // bytes of a table that are held undecoded
+
+// gABI, figure 4-15: the classes order the fields differently. The section index is 16 bits wide.
+template <class fields, class symbol>
+void elf_layout_symbol(fields& f, symbol& s, uint16_t& shndx) {
+    f.u32(s.st_name);
+    if (!f.is_64) {
+        f.word(s.st_value);
+        f.word(s.st_size);
+    }
+    f.u8(s.st_info);
+    f.u8(s.st_other);
+    f.u16(shndx);
+    if (f.is_64) {
+        f.word(s.st_value);
+        f.word(s.st_size);
+    }
+}
+
+void seek_to(const char* name, gen_stream& stream, uint64_t offset) {
+    gen_safe_fseek64(name, &stream, static_cast<int64_t>(offset), GEN_SEEK_SET);
+}
+
+// Widens the section index `shndx` of symbol `position`. False when the extended table is too
+// short.
+bool widen_index(elf_symbol& symbol, uint16_t shndx, uint64_t position,
+                 const std::vector<uint32_t>* words) {
+    if (shndx != SHN_XINDEX) {
+        symbol.st_shndx = elf_index_in(shndx);
+        return true;
+    }
+    if (!words) {
+        ++elf_error_count;
+        gen_fatal(status_failure, "symbol requires SYMTAB_SHNDX mapping");
+    }
+    if (position >= words->size())
+        return false;
+    symbol.st_shndx = (*words)[position];
+    return true;
+}
+
+} // namespace
+
+uint32_t elf_index_in(uint32_t index) {
+    if (index > 0xFFFF)
+        gen_fatal(status_failure, "Invalid section");
+    return index < SHN_LORESERVE ? index : index + reserved_shift;
+}
+
+uint32_t elf_index_out(uint32_t index) {
+    return index >= reserved_shift ? index - reserved_shift : index;
+}
+
+std::optional<std::vector<elf_symbol>>
+elf_read_symtab(const char* name, gen_stream& stream, uint64_t base,
+                const elf_section_header& symtab, const std::vector<uint32_t>* words, int elfbits) {
+    const uint64_t stride = symtab.sh_entsize != 0 ? symtab.sh_entsize : elf_symbol_size(elfbits);
+    std::vector<elf_symbol> symbols(symtab.sh_size / stride);
+    const uint64_t piece_count = std::max<uint64_t>(1, piece_limit / stride);
+    const gen_block piece = gen_new_block(stride * std::min<uint64_t>(piece_count, symbols.size()));
+    seek_to(name, stream, base + symtab.sh_offset);
+    for (uint64_t first = 0; first < symbols.size(); first += piece_count) {
+        const uint64_t count = std::min<uint64_t>(piece_count, symbols.size() - first);
+        gen_safe_fread64(name, piece.bytes.get(), stride, count, &stream);
+        for (uint64_t i = 0; i < count; ++i) {
+            elf_decoder fields = elf_decode_at(piece.bytes.get() + i * stride, elfbits);
+            uint16_t shndx = 0;
+            elf_layout_symbol(fields, symbols[first + i], shndx);
+            if (!widen_index(symbols[first + i], shndx, first + i, words))
+                return std::nullopt;
+        }
+    }
+    return symbols;
+}
+
+std::vector<uint32_t> elf_read_shndx(const char* name, gen_stream& stream, uint64_t base,
+                                     const elf_section_header& section) {
+    seek_to(name, stream, base + section.sh_offset);
+    std::vector<uint32_t> words(section.sh_size / 4);
+    const gen_block block = elf_read_bytes(stream, words.size() * 4);
+    elf_decoder fields = elf_decode_at(block.bytes.get(), 32);
+    for (uint32_t& word : words)
+        fields.u32(word);
+    return words;
+}
+
+namespace {
+
+bool needs_word(const elf_symbol& symbol) {
+    return symbol.st_shndx >= SHN_LORESERVE && symbol.st_shndx < reserved_shift;
+}
+
+} // namespace
+
+bool elf_symbols_for_output(std::span<const elf_symbol> symbols, std::vector<uint32_t>* words) {
+    if (words)
+        words->assign(symbols.size(), 0);
+    for (size_t i = 0; i < symbols.size(); ++i) {
+        if (!needs_word(symbols[i]))
+            continue;
+        if (!words) {
+            elf_error("symbol requires SYMTAB_SHNDX section");
+            return false;
+        }
+        (*words)[i] = symbols[i].st_shndx;
+    }
+    return true;
+}
+
+uint64_t elf_write_symbols(const char* name, gen_stream& stream,
+                           std::span<const elf_symbol> symbols, int elfbits) {
+    const uint64_t standard = elf_symbol_size(elfbits);
+    const uint64_t piece_count = piece_limit / standard;
+    const gen_block piece =
+        gen_new_block(standard * std::min<uint64_t>(piece_count, symbols.size()));
+    const uint64_t value_mask = elfbits == 64 ? UINT64_MAX : UINT32_MAX;
+    for (uint64_t first = 0; first < symbols.size(); first += piece_count) {
+        const uint64_t count = std::min<uint64_t>(piece_count, symbols.size() - first);
+        for (uint64_t i = 0; i < count; ++i) {
+            elf_symbol symbol = symbols[first + i];
+            symbol.st_value &= value_mask;
+            symbol.st_size &= value_mask;
+            uint16_t shndx = static_cast<uint16_t>(
+                needs_word(symbol) ? SHN_XINDEX : elf_index_out(symbol.st_shndx));
+            elf_encoder fields = elf_encode_at(piece.bytes.get() + i * standard, elfbits);
+            elf_layout_symbol(fields, symbol, shndx);
+        }
+        gen_safe_fwrite64(name, piece.bytes.get(), standard, count, &stream);
+    }
+    return symbols.size() * standard;
+}
+
+uint64_t elf_write_words(const char* name, gen_stream& stream, std::span<const uint32_t> words) {
+    const gen_block block = gen_new_block(words.size() * 4);
+    elf_encoder fields = elf_encode_at(block.bytes.get(), 32);
+    for (uint32_t word : words)
+        fields.u32(word);
+    if (block.size != 0)
+        gen_safe_fwrite64(name, block.bytes.get(), 4, words.size(), &stream);
+    return block.size;
+}
+
+namespace {
+
+// In a 32-bit file r_info is the symbol index shifted by 8, with the type below.
+uint64_t widen_info(uint32_t info) {
+    return uint64_t{info >> 8} << 32 | (info & 0xFF);
+}
+
+uint32_t narrow_info(uint64_t info) {
+    const uint64_t symbol = info >> 32;
+    const uint64_t type = info & 0xFFFFFFFF;
+    if (symbol > 0xFFFFFF || type > 0xFF)
+        elf_overflow();
+    return static_cast<uint32_t>(symbol << 8 | (type & 0xFF));
+}
+
+// The offset and r_info, which REL and RELA entries begin with.
+elf_relocation decode_head(elf_decoder& fields) {
+    elf_relocation relocation;
+    fields.word(relocation.r_offset);
+    fields.word(relocation.r_info);
+    if (!fields.is_64)
+        relocation.r_info = widen_info(static_cast<uint32_t>(relocation.r_info));
+    return relocation;
+}
+
+void encode_head(elf_encoder& fields, const elf_relocation& relocation) {
+    fields.word(relocation.r_offset);
+    fields.word(fields.is_64 ? relocation.r_info : narrow_info(relocation.r_info));
+}
+
+} // namespace
+
+elf_relocation elf_decode_rel(const std::byte* at, int elfbits) {
+    elf_decoder fields = elf_decode_at(at, elfbits);
+    return decode_head(fields);
+}
+
+elf_relocation elf_decode_rela(const std::byte* at, int elfbits) {
+    elf_decoder fields = elf_decode_at(at, elfbits);
+    elf_relocation relocation = decode_head(fields);
+    uint64_t addend = 0;
+    fields.word(addend);
+    relocation.r_addend =
+        elfbits == 64 ? static_cast<int64_t>(addend) : int64_t{static_cast<int32_t>(addend)};
+    return relocation;
+}
+
+void elf_encode_rel(std::byte* at, const elf_relocation& relocation, int elfbits) {
+    elf_encoder fields = elf_encode_at(at, elfbits);
+    encode_head(fields, relocation);
+}
+
+void elf_encode_rela(std::byte* at, const elf_relocation& relocation, int elfbits) {
+    elf_encoder fields = elf_encode_at(at, elfbits);
+    encode_head(fields, relocation);
+    const int64_t addend = relocation.r_addend;
+    if (elfbits == 64) {
+        fields.u64(static_cast<uint64_t>(addend));
+        return;
+    }
+    if (addend < INT32_MIN || addend > INT32_MAX)
+        elf_overflow();
+    fields.u32(static_cast<uint32_t>(addend));
+}

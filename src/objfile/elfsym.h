@@ -1,0 +1,98 @@
+// ELF symbols, extended section indexes and relocation entries, of both classes and byte orders
+// (System V gABI, chapter 4).
+//
+// Tables are read and written in large pieces. In memory every entry has one shape for both
+// classes.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "objfile/elfhead.h"
+
+constexpr uint8_t STB_LOCAL = 0;
+constexpr uint8_t STT_FUNC = 2, STT_SECTION = 3, STT_FILE = 4, STT_COMMON = 5;
+
+// A symbol. st_shndx holds the true section number, even one of 0xFF00 or more; a reserved index of
+// the file (SHN_ABS, SHN_COMMON ...) is held at 0xFFFF0000 and above, so that it compares above
+// every section count.
+struct elf_symbol {
+    uint32_t st_name = 0;
+    uint8_t st_info = 0;
+    uint8_t st_other = 0;
+    uint32_t st_shndx = 0;
+    uint64_t st_value = 0;
+    uint64_t st_size = 0;
+};
+
+inline uint8_t elf_symbol_type(const elf_symbol& symbol) {
+    return symbol.st_info & 0xF;
+}
+inline uint8_t elf_symbol_binding(const elf_symbol& symbol) {
+    return symbol.st_info >> 4;
+}
+
+// A relocation, r_info in the 64-bit encoding. r_addend stays 0 in REL entries.
+struct elf_relocation {
+    uint64_t r_offset = 0;
+    uint64_t r_info = 0; // symbol index in the upper half, type in the lower
+    int64_t r_addend = 0;
+};
+
+inline uint32_t elf_relocation_symbol(const elf_relocation& relocation) {
+    return static_cast<uint32_t>(relocation.r_info >> 32);
+}
+inline uint32_t elf_relocation_type(const elf_relocation& relocation) {
+    return static_cast<uint32_t>(relocation.r_info);
+}
+
+// Bytes of one entry in the file.
+constexpr uint64_t elf_symbol_size(int elfbits) {
+    return elfbits == 64 ? 24 : 16;
+}
+constexpr uint64_t elf_rel_size(int elfbits) {
+    return elfbits == 64 ? 16 : 8;
+}
+constexpr uint64_t elf_rela_size(int elfbits) {
+    return elfbits == 64 ? 24 : 12;
+}
+
+// A section index of a file as it is held in memory, and back. One of 0x10000 or more ends the
+// program.
+uint32_t elf_index_in(uint32_t index);
+uint32_t elf_index_out(uint32_t index);
+
+// The symbols of section `symtab`, read in pieces; sh_entsize 0 means the standard size, a larger
+// one is skipped to, a partial entry at the end is lost. The caller has checked that the file holds
+// the table, whose entries are not below the standard size. `words` is the extended index table
+// (elf_read_shndx); a symbol that needs it ends the program if there is none. Nothing if a symbol
+// lies behind the end of `words`.
+std::optional<std::vector<elf_symbol>>
+elf_read_symtab(const char* name, gen_stream& stream, uint64_t base,
+                const elf_section_header& symtab, const std::vector<uint32_t>* words, int elfbits);
+
+// The extended index table at `section`, which the caller has checked to lie inside the file.
+std::vector<uint32_t> elf_read_shndx(const char* name, gen_stream& stream, uint64_t base,
+                                     const elf_section_header& section);
+
+// Makes `symbols` ready to be written: fills `words`, if given, with one extended word each. A
+// symbol whose section index needs such a word while `words` is null is an error, and false under a
+// sink.
+bool elf_symbols_for_output(std::span<const elf_symbol> symbols, std::vector<uint32_t>* words);
+
+// Writes symbols in the standard entry size at the stream's position, in pieces. In a 32-bit file
+// the low halves of st_value and st_size are written. Bytes written.
+uint64_t elf_write_symbols(const char* name, gen_stream& stream,
+                           std::span<const elf_symbol> symbols, int elfbits);
+// Writes an extended index table at the stream's position. Bytes written.
+uint64_t elf_write_words(const char* name, gen_stream& stream, std::span<const uint32_t> words);
+
+// One relocation at `at`, in the current byte order.
+elf_relocation elf_decode_rel(const std::byte* at, int elfbits);
+elf_relocation elf_decode_rela(const std::byte* at, int elfbits);
+// The same back. A symbol index, type, offset or addend that a 32-bit entry cannot hold is
+// elf_overflow.
+void elf_encode_rel(std::byte* at, const elf_relocation& relocation, int elfbits);
+void elf_encode_rela(std::byte* at, const elf_relocation& relocation, int elfbits);

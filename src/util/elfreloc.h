@@ -1,0 +1,42 @@
+// Relocations: checked and scanned before the symbols are decided, rewritten after.
+//
+// A section's entries are read once, in one block, and rewritten in that block.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "util/elfimage.h"
+#include "util/elfpolicy.h"
+#include "util/elfsymbols.h"
+
+struct relocation_table {
+    bool has_addend = false; // RELA
+    uint64_t count = 0;
+    gen_block entries; // as in the file
+};
+
+struct relocation_plan {
+    std::vector<relocation_table> tables;
+    std::vector<uint32_t> table_of; // by section index: the number of its table + 1, or 0
+};
+
+// Whether the section is of a relocation type, or of a processor-specific one with the same low
+// four bits.
+bool is_relocation_section(const elf_section_header& section);
+
+// Whether the entries of a kept section are rewritten against the kept symbol table, whichever
+// table its sh_link names. The one place of this choice: it renumbers .rela.dyn and .rela.plt, too,
+// which count in the dynamic symbol table.
+bool relocations_are_rewritten(const elf_image& image, const elf_section_header& section);
+
+// Reads the relocations of the kept sections, when a symbol table is kept, and checks them. With
+// --convert-to-secrel-reloc it notes in `symbols` which symbols they name and how; a wrong symbol
+// index is then a failed assertion. False after a report of damage.
+bool read_relocations(const elf_image& image, const section_plan& plan, symbol_plan& symbols,
+                      relocation_plan& relocations);
+
+// Writes the entries of section `index` at the stream's position, renumbered, those left out that
+// name a symbol which is gone. Bytes written.
+uint64_t write_relocations(const char* name, gen_stream& output, const elf_image& image,
+                           const symbol_plan& symbols, relocation_table& table);

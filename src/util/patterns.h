@@ -1,0 +1,34 @@
+// Many texts sought in one pass over another text.
+//
+// A pattern set is a trie over byte classes (bytes that no pattern uses share one). Used as it is,
+// it tests how a text begins; with the fall-back links of Aho and Corasick ("Efficient string
+// matching", 1975) it finds every place where a pattern ends, at a cost that does not depend on
+// their number.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+struct pattern_set {
+    std::vector<std::string_view> patterns; // not empty ones
+    bool prepared = false;
+    uint8_t class_of[256] = {}; // 0 for a byte that no pattern uses
+    uint32_t class_count = 1;
+    std::vector<uint32_t> next;     // by state * class_count + class
+    std::vector<uint32_t> shortest; // by state: length of the shortest pattern that ends here, or 0
+};
+
+// Adds a pattern, which is not copied. The next search prepares the set anew.
+void add_pattern(pattern_set& set, std::string_view pattern);
+
+// Whether `text` begins with a pattern.
+bool begins_with_pattern(pattern_set& set, const char* text);
+
+// The last place in `text` where a pattern begins that is found there, or -1.
+int64_t last_pattern_start(pattern_set& set, std::string_view text);
+
+// The last place in `text` where a pattern begins that ends with the text, or -1.
+int64_t ending_pattern_start(pattern_set& set, std::string_view text);
