@@ -12,7 +12,6 @@ void (*elf_overflow_hook)();
 
 namespace {
 
-constexpr int status_failure = 1;
 int32_t* error_sink;
 
 // The next `width` bytes, those past the end as 0xFF, with the first the most significant one if

@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr int status_failure = 1;
 constexpr uint32_t reserved_shift = 0xFFFF0000; // between a reserved index in a file and held
 constexpr uint64_t piece_limit = 1024 * 1024;   // bytes of a table that are held undecoded
 

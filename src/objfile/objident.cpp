@@ -6,6 +6,7 @@
 #include "objfile/objident.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <iterator>
 #include <optional>
@@ -374,6 +375,7 @@ verdict run_steps(candidate& file) {
 } // namespace
 
 const objinfo* obj_identify(gen_stream* stream, const char* name) {
+    const int saved_errno = errno; // a look at what is not there is no error of the file's
     gen_stream_ptr opened;
     if (!stream) {
         opened = name ? gen_open(name, "rb") : nullptr;
@@ -393,6 +395,7 @@ const objinfo* obj_identify(gen_stream* stream, const char* name) {
         finish(file);
     elf_set_error_sink(caller_sink);
     seek_to(file, 0);
+    errno = saved_errno;
     return result == RECOGNISED ? &record : nullptr;
 }
 

@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr int status_failure = 1;
 constexpr size_t window_capacity = 64 * 1024; // bytes read ahead
 constexpr int interrupted_tries = 10;
 constexpr int error_is_a_directory = 21; // the same number on every host, for the same message
@@ -207,8 +206,6 @@ uint64_t gen_write_stream(gen_stream& stream, const void* buffer, uint64_t size)
         const int64_t put =
             host_write_at(stream.descriptor, from + done, size - done, stream.position);
         if (put <= 0) {
-            if (put == 0)
-                errno = ENOSPC;
             if (stream.write_error == 0)
                 stream.write_error = errno;
             break;

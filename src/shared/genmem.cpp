@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr int status_no_memory = 3;
-
 // A cheap look first: only a request whose size and count are both far out of the ordinary is
 // tested by division. The halved product may wrap, and the division is then left out; the
 // runtime's own check catches what this one lets pass.

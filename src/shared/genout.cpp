@@ -29,8 +29,6 @@ static_assert(sizeof lucent_prefixes / sizeof lucent_prefixes[0] == gen_level_co
 
 constexpr uint32_t lowest_harmless_level = GEN_WARNING;
 constexpr size_t log_capacity = 4095; // characters of a message that reach the event log
-constexpr int status_failure = 1;
-constexpr int status_no_memory = 3;
 
 const char* program_name = "";
 bool exit_in_progress;

@@ -16,6 +16,10 @@
 #define GEN_PRINTF(format_at, first_at) __attribute__((format(printf, format_at, first_at)))
 #endif
 
+// Exit statuses.
+constexpr int status_failure = 1;
+constexpr int status_no_memory = 3;
+
 // Message levels. Adding GEN_WITH_SYSTEM_TEXT to a level of 1 to 6 appends the system's text for
 // the current error number.
 enum gen_level : uint32_t {

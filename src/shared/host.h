@@ -1,6 +1,6 @@
 // The host: every operation of the operating system that objtrim uses, as free functions.
 //
-// host_posix.cpp and host_win32.cpp implement this header, and they alone call POSIX or Win32.
+// Each host has one file that implements this header (host_posix.cpp), and it alone calls the host.
 // No routine here decides anything or reports anything. A routine that fails says so in its result
 // and leaves the reason in errno; one that succeeds, or whose answer is an expected "no", leaves
 // errno as it found it, because error numbers are part of the tool's messages.
@@ -41,20 +41,18 @@ struct host_status {
 std::optional<host_status> host_status_of(const char* name);
 // Whether the name itself is in use, be it by a link that leads nowhere.
 bool host_name_taken(const char* name);
-bool host_is_link(const char* name);
 // Whether `name` is a directory in which files can be made.
 bool host_usable_directory(const char* name);
 // The absolute form of `name`, by its text alone: "." and ".." taken out, no links resolved; the
 // file need not exist. Nothing when the host cannot say, or for an empty name.
 std::optional<std::string> host_full_path(const char* name);
-// The absolute name behind `name` with every link resolved; nothing when it leads nowhere.
-std::optional<std::string> host_resolve_links(const char* name);
+// What the link `name` says, which counts from the link's own directory. Nothing if it is no link.
+std::optional<std::string> host_link_target(const char* name);
 
 // All of these: 0 on success, -1 on failure.
 int host_rename(const char* from, const char* to); // replaces an existing `to`
 int host_delete(const char* name);
 int host_set_mode(const char* name, uint32_t mode);
-int host_set_owner(const char* name, uint32_t owner, uint32_t group);
 
 // --- open files --------------------------------------------------------------------------------
 
@@ -81,6 +79,10 @@ int64_t host_write(int descriptor, const void* buffer, uint32_t size);
 // Copies up to `size` bytes between two files inside the host. Bytes copied; 0 when the host has no
 // way to do it here, or at the end of the input: then the caller reads and writes.
 uint64_t host_copy_range(int from, uint64_t from_offset, int to, uint64_t to_offset, uint64_t size);
+
+// Owner and permissions of an open file: 0, or -1.
+int host_set_owner(int descriptor, uint32_t owner, uint32_t group);
+int host_set_mode(int descriptor, uint32_t mode);
 
 // Whether the host lets a file position move there: 0, or -1.
 int host_check_offset(int descriptor, int64_t offset);

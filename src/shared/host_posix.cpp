@@ -55,10 +55,6 @@ struct c_memory_freer {
 } // namespace
 using c_text = std::unique_ptr<char, c_memory_freer>;
 
-static bool is_absence(int error) {
-    return error == ENOENT || error == ENOTDIR;
-}
-
 // --- names ------------------------------------------------------------------------------------
 
 static host_status status_from(const struct stat& from) {
@@ -75,11 +71,10 @@ static host_status status_from(const struct stat& from) {
 }
 
 std::optional<host_status> host_status_of(const char* name) {
-    errno_keeper error;
+    const errno_keeper error;
     struct stat found;
     if (stat(name, &found) == 0)
         return status_from(found);
-    error.keep = is_absence(errno);
     return std::nullopt;
 }
 
@@ -87,12 +82,6 @@ bool host_name_taken(const char* name) {
     const errno_keeper error;
     struct stat found;
     return lstat(name, &found) == 0;
-}
-
-bool host_is_link(const char* name) {
-    const errno_keeper error;
-    struct stat found;
-    return lstat(name, &found) == 0 && S_ISLNK(found.st_mode);
 }
 
 bool host_usable_directory(const char* name) {
@@ -103,19 +92,14 @@ bool host_usable_directory(const char* name) {
 }
 
 std::optional<std::string> host_full_path(const char* name) {
-    errno_keeper error;
+    const errno_keeper error;
     std::string whole = name;
-    if (whole.empty()) {
-        error.keep = false;
-        errno = ENOENT;
+    if (whole.empty())
         return std::nullopt;
-    }
     if (whole[0] != '/') {
         const c_text current(getcwd(nullptr, 0));
-        if (!current) {
-            error.keep = false;
+        if (!current)
             return std::nullopt;
-        }
         whole = std::string(current.get()) + "/" + name;
     }
     std::string full;
@@ -131,13 +115,14 @@ std::optional<std::string> host_full_path(const char* name) {
     return full.empty() ? std::string("/") : full;
 }
 
-std::optional<std::string> host_resolve_links(const char* name) {
-    errno_keeper error;
-    const c_text resolved(realpath(name, nullptr));
-    if (resolved)
-        return std::string(resolved.get());
-    error.keep = is_absence(errno);
-    return std::nullopt;
+std::optional<std::string> host_link_target(const char* name) {
+    const errno_keeper error;
+    std::string target(PATH_MAX, '\0');
+    const ssize_t length = readlink(name, target.data(), target.size());
+    if (length < 0 || static_cast<size_t>(length) == target.size())
+        return std::nullopt;
+    target.resize(static_cast<size_t>(length));
+    return target;
 }
 
 int host_rename(const char* from, const char* to) {
@@ -150,11 +135,6 @@ int host_delete(const char* name) {
 
 int host_set_mode(const char* name, uint32_t mode) {
     return errno_keeper().pass(chmod(name, static_cast<mode_t>(mode & 07777)));
-}
-
-// Never through a link: someone may have put one in the place of our file.
-int host_set_owner(const char* name, uint32_t owner, uint32_t group) {
-    return errno_keeper().pass(lchown(name, owner, group));
 }
 
 // --- open files --------------------------------------------------------------------------------
@@ -270,6 +250,14 @@ uint64_t host_copy_range(int, uint64_t, int, uint64_t, uint64_t) {
     return 0;
 }
 #endif
+
+int host_set_owner(int descriptor, uint32_t owner, uint32_t group) {
+    return errno_keeper().pass(fchown(descriptor, owner, group));
+}
+
+int host_set_mode(int descriptor, uint32_t mode) {
+    return errno_keeper().pass(fchmod(descriptor, static_cast<mode_t>(mode & 07777)));
+}
 
 int host_check_offset(int descriptor, int64_t offset) {
     return errno_keeper().pass(lseek(descriptor, static_cast<off_t>(offset), SEEK_SET)) < 0 ? -1

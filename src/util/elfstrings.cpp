@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr int status_failure = 1;
-
 uint32_t& new_offset_of(string_move& move, uint32_t number) {
     return reinterpret_cast<uint32_t*>(move.new_offsets.bytes.get())[number];
 }

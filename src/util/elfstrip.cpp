@@ -21,7 +21,6 @@
 
 namespace {
 
-constexpr int status_failure = 1;
 constexpr uint32_t set_id_bits = 06000;
 
 // What the hook answers, nothing if empty. Stays after the file is done: later temporary names of
@@ -32,11 +31,17 @@ std::optional<std::string> answer_input_directory() {
     return input_directory.empty() ? std::nullopt : std::optional(input_directory);
 }
 
-// The file that is replaced: behind a symbolic link, the one that it leads to.
+// The file that is replaced: behind symbolic links, the one that they lead to.
 std::string real_name(const char* name) {
-    if (!host_is_link(name))
-        return name;
-    return host_resolve_links(name).value_or(name);
+    constexpr int most_links = 40; // as many as hosts follow
+    std::string real = name;
+    for (int links = 0; links < most_links; ++links) {
+        const std::optional<std::string> target = host_link_target(real.c_str());
+        if (!target)
+            break;
+        real = gen_is_absolute(*target) ? *target : gen_join(gen_directory_part(real), *target);
+    }
+    return real;
 }
 
 struct strip_job {
@@ -50,6 +55,19 @@ struct strip_job {
     bool replaces_input = false; // the result is renamed over the input
     gen_stream_ptr result;
 };
+
+// False after a report: it is not certain which file the result would replace.
+bool record_input_status(strip_job& job) {
+    const std::optional<host_status> open = host_descriptor_status(job.input->descriptor);
+    const std::optional<host_status> named = host_status_of(job.input_name.c_str());
+    if (open && named && open->device == named->device && open->number == named->number) {
+        job.input_status = *open;
+        return true;
+    }
+    gen_error("file '%s' is not stripped: its name does not lead to the file that was opened",
+              job.name);
+    return false;
+}
 
 bool is_refused_object(const strip_job& job) {
     if (job.image.elfhead.e_type != ET_REL || strip_flags.strip_reloc)
@@ -97,30 +115,31 @@ void open_result(strip_job& job) {
 
 // Gives the result the input's owner and permissions. Set-id bits mean something else under
 // another owner, and are dropped there.
-void copy_owner_and_mode(const std::string& name, const host_status& from) {
+void copy_owner_and_mode(const strip_job& job) {
+    const int descriptor = job.result->descriptor;
+    const host_status& from = job.input_status;
     uint32_t mode = from.mode;
-    const std::optional<host_status> now = host_status_of(name.c_str());
+    const std::optional<host_status> now = host_descriptor_status(descriptor);
     const bool same_owner = now && now->owner == from.owner && now->group == from.group;
-    if (!same_owner && host_set_owner(name.c_str(), from.owner, from.group) != 0)
+    if (!same_owner && host_set_owner(descriptor, from.owner, from.group) != 0)
         mode &= ~set_id_bits;
-    host_set_mode(name.c_str(), mode);
+    if (now && now->mode == mode)
+        return;
+    if (host_set_mode(descriptor, mode) != 0)
+        gen_perror("can't set the permissions of '%s'", job.name);
 }
 
-void replace_input(strip_job& job) {
-    // Before the rename, so that nobody ever finds the new file without its permissions.
-    copy_owner_and_mode(job.result_name, job.input_status);
-    if (host_rename(job.result_name.c_str(), job.input_name.c_str()) != 0)
-        gen_fatal(status_failure, "can't rename %s to %s", job.result_name.c_str(), job.name);
-}
-
-// Closes both files, unchecked but for the flush, and puts the result in its place.
+// Closes both files, unchecked but for the flush, and puts the result in its place. It has its
+// permissions by then, so that nobody ever finds the new file without them.
 void finish(strip_job& job) {
     if (job.result)
         gen_safe_fflush(job.result_name.c_str(), job.result.get());
+    if (job.replaces_input)
+        copy_owner_and_mode(job);
     job.input.reset();
     job.result.reset();
-    if (job.replaces_input)
-        replace_input(job);
+    if (job.replaces_input && host_rename(job.result_name.c_str(), job.input_name.c_str()) != 0)
+        gen_fatal(status_failure, "can't rename %s to %s", job.result_name.c_str(), job.name);
 }
 
 // False when there is nothing to change, or after a report of damage.
@@ -166,10 +185,9 @@ void elf_strip(gen_stream_ptr stream, const char* name) {
     job.name = name;
     job.input_name = real_name(name);
     job.input = std::move(stream);
-    if (const std::optional<host_status> status = host_descriptor_status(job.input->descriptor))
-        job.input_status = *status;
     job.image.name = name;
     job.image.stream = job.input.get();
-    strip(job);
+    if (record_input_status(job))
+        strip(job);
     finish(job);
 }

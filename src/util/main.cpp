@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr int status_failure = 1;
-
 // Whether the run has done work: a file was opened, or the usage or version was asked for.
 bool file_seen;
 

@@ -83,6 +83,8 @@ bool is_named(name_judge& judge, uint32_t offset) {
     const string_place place = find_string(strings, offset);
     uint32_t& limit = reinterpret_cast<uint32_t*>(judge.tail_limits.bytes.get())[place.number];
     if (limit == 0)
-        limit = static_cast<uint32_t>(tail_match_limit(list, strings.strings + place.start)) + 1;
+        limit = static_cast<uint32_t>(std::min<size_t>(
+                    tail_match_limit(list, strings.strings + place.start), UINT32_MAX - 1)) +
+                1;
     return offset - place.start < limit - 1;
 }

@@ -18,10 +18,6 @@ name_list strip_symbol_list;
 
 namespace {
 
-constexpr int status_failure = 1;
-constexpr int remove_section_limit = 99;
-constexpr int symbol_name_limit = 999;
-
 void show_version() {
     gen_plain("%s", version_stamp(VERSION_TEXT).c_str());
 }
@@ -105,8 +101,22 @@ const option_row* find_option(const char* argument) {
     return nullptr;
 }
 
-bool has_room(const name_list& list, int limit) {
-    return list.count < static_cast<size_t>(limit);
+struct limited_list {
+    name_list& names;
+    size_t limit;
+    const char* complaint; // with the limit as %d
+};
+
+const limited_list remove_sections = {remove_section_list, 99, "Too many -r options, limit is %d"};
+const limited_list keep_symbols = {keep_symbol_list, 999,
+                                   "Too many --keep-symbol= options, limit is %d"};
+const limited_list strip_symbols = {strip_symbol_list, 999,
+                                    "Too many --strip-symbol= options, limit is %d"};
+
+void add_name(const limited_list& list, const char* name) {
+    if (list.names.count >= list.limit)
+        gen_fatal(status_failure, list.complaint, static_cast<int>(list.limit));
+    append_name(list.names, name);
 }
 
 void add_default_sections(std::span<const char* const> names) {
@@ -133,23 +143,15 @@ void parse_option(const char* argument) {
 }
 
 void add_remove_section(const char* name) {
-    if (!has_room(remove_section_list, remove_section_limit))
-        gen_fatal(status_failure, "Too many -r options, limit is %d", remove_section_limit);
-    append_name(remove_section_list, name);
+    add_name(remove_sections, name);
 }
 
 void add_keep_symbol(const char* name) {
-    if (!has_room(keep_symbol_list, symbol_name_limit))
-        gen_fatal(status_failure, "Too many --keep-symbol= options, limit is %d",
-                  symbol_name_limit);
-    append_name(keep_symbol_list, name);
+    add_name(keep_symbols, name);
 }
 
 void add_strip_symbol(const char* name) {
-    if (!has_room(strip_symbol_list, symbol_name_limit))
-        gen_fatal(status_failure, "Too many --strip-symbol= options, limit is %d",
-                  symbol_name_limit);
-    append_name(strip_symbol_list, name);
+    add_name(strip_symbols, name);
 }
 
 void reconcile_options() {

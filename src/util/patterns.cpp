@@ -52,7 +52,8 @@ void build_trie(pattern_set& set) {
     new_state(set);
     for (std::string_view pattern : set.patterns)
         insert(set, pattern);
-    set.prepared = true;
+    set.has_trie = true;
+    set.has_fall_backs = false;
 }
 
 // Gives every state an edge for every class: where the trie has none, that of the longest proper
@@ -83,23 +84,25 @@ void add_fall_backs(pattern_set& set) {
 }
 
 void prepare_search(pattern_set& set) {
-    if (set.prepared)
+    if (set.has_fall_backs)
         return;
     build_trie(set);
     add_fall_backs(set);
+    set.has_fall_backs = true;
 }
 
 } // namespace
 
 void add_pattern(pattern_set& set, std::string_view pattern) {
     set.patterns.push_back(pattern);
-    set.prepared = false;
+    set.has_trie = false;
+    set.has_fall_backs = false;
 }
 
 bool begins_with_pattern(pattern_set& set, const char* text) {
     if (set.patterns.empty())
         return false;
-    if (!set.prepared)
+    if (!set.has_trie || set.has_fall_backs)
         build_trie(set);
     uint32_t state = root;
     for (; *text != '\0'; ++text) {

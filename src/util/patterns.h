@@ -14,8 +14,9 @@
 
 struct pattern_set {
     std::vector<std::string_view> patterns; // not empty ones
-    bool prepared = false;
-    uint8_t class_of[256] = {}; // 0 for a byte that no pattern uses
+    bool has_trie = false;
+    bool has_fall_backs = false; // no use for begins_with_pattern any more
+    uint8_t class_of[256] = {};  // 0 for a byte that no pattern uses
     uint32_t class_count = 1;
     std::vector<uint32_t> next;     // by state * class_count + class
     std::vector<uint32_t> shortest; // by state: length of the shortest pattern that ends here, or 0
@@ -24,7 +25,7 @@ struct pattern_set {
 // Adds a pattern, which is not copied. The next search prepares the set anew.
 void add_pattern(pattern_set& set, std::string_view pattern);
 
-// Whether `text` begins with a pattern.
+// Whether `text` begins with a pattern. A set is used for this, or for the other two.
 bool begins_with_pattern(pattern_set& set, const char* text);
 
 // The last place in `text` where a pattern begins that is found there, or -1.

@@ -39,13 +39,17 @@ std::string after(const std::string& text, size_t count) {
     return count < text.size() ? text.substr(count) : std::string();
 }
 
-std::string_view without_padding(std::string_view text) {
-    const size_t last = text.find_last_not_of(' ');
-    return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);
-}
-
+// Whether the text still is the one that the stamp begins with. A text that was cut off within it,
+// at a blank, counts as the same.
 bool is_unchanged(const std::string& marked, std::string_view initial) {
-    return without_padding(marked) == without_padding(initial);
+    for (size_t i = 0; i < stamp_width; ++i) {
+        const char expected = i < initial.size() ? initial[i] : ' ';
+        if (i >= marked.size())
+            return expected == ' ';
+        if (marked[i] != expected)
+            return false;
+    }
+    return true;
 }
 
 std::string open_stamp(const stamp_field& field, std::string_view initial, int mode) {
