@@ -12,14 +12,15 @@ uint64_t round_up(uint64_t value, uint64_t unit) {
     return (value + unit - 1) / unit * unit;
 }
 
-// Notes that section `index` now has `written` bytes, and moves what follows if they are fewer.
+// Gives the section its new size, `written` bytes and what fills up the unit, and moves what
+// follows if that is less than before.
 void settle_size(elf_section_header& section, uint64_t written, uint64_t unit, uint64_t& shift) {
     if (written == section.sh_size)
         return;
     const uint64_t occupied = round_up(written, unit);
     if (occupied != section.sh_size)
         shift += section.sh_size - occupied - section.sh_size % unit;
-    section.sh_size = written;
+    section.sh_size = occupied;
 }
 
 // The new number of the section that sh_link or sh_info names: 0 when it is gone, or never was.

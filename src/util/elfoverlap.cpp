@@ -11,14 +11,14 @@ struct claimed_range {
     uint64_t start = 0;
     uint64_t end = 0;
     uint32_t section = 0; // 0 for a header
-    bool changes = false; // its section goes or is rewritten
+    bool removed = false;
 };
 
-claimed_range claim(uint64_t start, uint64_t size, uint32_t section, bool changes) {
-    return {start, size > UINT64_MAX - start ? UINT64_MAX : start + size, section, changes};
+claimed_range claim(uint64_t start, uint64_t size, uint32_t section, bool removed) {
+    return {start, size > UINT64_MAX - start ? UINT64_MAX : start + size, section, removed};
 }
 
-std::vector<claimed_range> claimed_ranges(const elf_image& image, const strip_plan& plan) {
+std::vector<claimed_range> claimed_ranges(const elf_image& image, const section_plan& plan) {
     const elf_file_header& head = image.elfhead;
     const uint64_t section_headers = uint64_t{head.e_shnum} * section_header_stride(image);
     const uint64_t program_headers = uint64_t{head.e_phnum} * program_header_stride(image);
@@ -30,10 +30,9 @@ std::vector<claimed_range> claimed_ranges(const elf_image& image, const strip_pl
         ranges.push_back(claim(head.e_phoff, program_headers, 0, false));
     for (uint32_t i = 0; i < image.sechead.size(); ++i) {
         const elf_section_header& section = image.sechead[i];
-        const bool changes =
-            plan.sections.info[i].state == SECTION_REMOVED || is_rewritten(plan, i);
+        const bool removed = plan.info[i].state == SECTION_REMOVED;
         if (has_data(section))
-            ranges.push_back(claim(section.sh_offset, section.sh_size, i, changes));
+            ranges.push_back(claim(section.sh_offset, section.sh_size, i, removed));
     }
     std::sort(ranges.begin(), ranges.end(),
               [](const claimed_range& a, const claimed_range& b) { return a.start < b.start; });
@@ -42,23 +41,23 @@ std::vector<claimed_range> claimed_ranges(const elf_image& image, const strip_pl
 
 } // namespace
 
-bool changes_are_safe(const elf_image& image, const strip_plan& plan) {
+bool removal_is_safe(const elf_image& image, const section_plan& plan) {
     // In order of their starts, a range meets an earlier one if it starts before that one's end.
     claimed_range furthest;
-    claimed_range furthest_changing;
+    claimed_range furthest_removed;
     for (const claimed_range& range : claimed_ranges(image, plan)) {
-        const bool changing_meets_earlier = range.changes && range.start < furthest.end;
-        const bool meets_earlier_changing = range.start < furthest_changing.end;
-        if (changing_meets_earlier || meets_earlier_changing)
+        const bool removed_meets_earlier = range.removed && range.start < furthest.end;
+        const bool meets_earlier_removed = range.start < furthest_removed.end;
+        if (removed_meets_earlier || meets_earlier_removed)
             return report_damage(image.name,
-                                 "section %" PRIu32 ", which is removed or rewritten, shares bytes "
-                                 "at offset 0x%" PRIx64 " with another section or a header",
-                                 changing_meets_earlier ? range.section : furthest_changing.section,
+                                 "section %" PRIu32 ", which is to be removed, shares bytes at "
+                                 "offset 0x%" PRIx64 " with another section or a header",
+                                 removed_meets_earlier ? range.section : furthest_removed.section,
                                  range.start);
         if (range.end > furthest.end)
             furthest = range;
-        if (range.changes && range.end > furthest_changing.end)
-            furthest_changing = range;
+        if (range.removed && range.end > furthest_removed.end)
+            furthest_removed = range;
     }
     return true;
 }

@@ -52,19 +52,6 @@ void scan(const elf_image& image, const relocation_table& table, symbol_plan& sy
     }
 }
 
-bool symbol_indexes_are_sound(const elf_image& image, uint32_t section,
-                              const relocation_table& table, const symbol_plan& symbols) {
-    for (uint64_t k = 0; k < table.count; ++k) {
-        const uint32_t symbol = elf_relocation_symbol(entry_at(table, k, image.elfbits));
-        if (symbol >= symbols.fate.size())
-            return report_damage(image.name,
-                                 "relocation %" PRIu64 " of section %" PRIu32
-                                 " names symbol %" PRIu32 ", but there are only %zu",
-                                 k, section, symbol, symbols.fate.size());
-    }
-    return true;
-}
-
 bool read_table(const elf_image& image, uint32_t index, relocation_table& table) {
     const elf_section_header& section = image.sechead[index];
     const uint64_t size = entry_size(image, section);
@@ -115,10 +102,26 @@ bool read_relocations(const elf_image& image, const section_plan& plan, symbol_p
             return false;
         if (strip_flags.secrel_reloc)
             scan(image, table, symbols);
-        else if (!symbol_indexes_are_sound(image, i, table, symbols))
-            return false;
         relocations.tables.push_back(std::move(table));
         relocations.table_of[i] = static_cast<uint32_t>(relocations.tables.size());
+    }
+    return true;
+}
+
+bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,
+                           const relocation_plan& relocations) {
+    for (size_t i = 0; i < relocations.table_of.size(); ++i) {
+        if (relocations.table_of[i] == 0)
+            continue;
+        const relocation_table& table = relocations.tables[relocations.table_of[i] - 1];
+        for (uint64_t k = 0; k < table.count; ++k) {
+            const uint32_t symbol = elf_relocation_symbol(entry_at(table, k, image.elfbits));
+            if (symbol >= symbols.fate.size())
+                return report_damage(image.name,
+                                     "relocation %" PRIu64 " of section %zu names symbol %" PRIu32
+                                     ", but there are only %zu",
+                                     k, i, symbol, symbols.fate.size());
+        }
     }
     return true;
 }

@@ -30,11 +30,15 @@ bool is_relocation_section(const elf_section_header& section);
 // which count in the dynamic symbol table.
 bool relocations_are_rewritten(const elf_image& image, const elf_section_header& section);
 
-// Reads the relocations of the kept sections, when a symbol table is kept, and checks them. With
+// Reads the relocations of the kept sections, when a symbol table is kept. With
 // --convert-to-secrel-reloc it notes in `symbols` which symbols they name and how; a wrong symbol
 // index is then a failed assertion. False after a report of damage.
 bool read_relocations(const elf_image& image, const section_plan& plan, symbol_plan& symbols,
                       relocation_plan& relocations);
+
+// Whether every relocation names a symbol that there is. False after a report of damage.
+bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,
+                           const relocation_plan& relocations);
 
 // Writes the entries of section `index` at the stream's position, renumbered, those left out that
 // name a symbol which is gone. Bytes written.

@@ -152,7 +152,8 @@ bool plan_changes(elf_image& image, strip_plan& plan) {
         rewrite_symbols(image, plan.sections, plan.symbols);
     if (!removes_sections(plan.sections) && !drops_symbols(plan.symbols))
         return false;
-    return changes_are_safe(image, plan);
+    return removal_is_safe(image, plan.sections) &&
+           relocations_are_sound(image, plan.symbols, plan.relocations);
 }
 
 void write_result(strip_job& job, strip_plan& plan) {
