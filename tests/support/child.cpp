@@ -3,24 +3,22 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "shared/genout.h"
 
+constexpr unsigned child_seconds = 60; // a child that hangs is ended
+
 child_end run_child(const std::function<void()>& body) {
     child_end result = {-1, ""};
-    int ends[2];
-    if (pipe(ends) != 0)
-        return result;
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(pipe(ends), 0);
     fflush(nullptr);
     pid_t const child = fork();
     if (child == 0) {
-        alarm(60);
+        alarm(child_seconds);
         dup2(ends[1], STDERR_FILENO);
-        close(ends[0]);
-        close(ends[1]);
         gen_set_program_name("objtrim");
         errno = 0;
         body();
@@ -42,17 +40,8 @@ void expect_text(const std::function<void()>& body, const std::string& text) {
 }
 
 void expect_fatal(const std::vector<fatal_case>& cases) {
-    for (const fatal_case& row : cases)
-        EXPECT_EQ(run_child(row.body),
-                  child_end(1, std::string("objtrim: fatal: ") + row.text + "\n"));
-}
-
-placed_test::placed_test() : before(std::filesystem::current_path().string()) {
-    std::filesystem::current_path(place.directory);
-}
-
-placed_test::~placed_test() {
-    std::filesystem::current_path(before);
+    for (auto const& [body, text] : cases)
+        EXPECT_EQ(run_child(body), child_end(1, "objtrim: fatal: " + std::string(text) + "\n"));
 }
 
 gen_stream_ptr placed_test::stream_of(const std::string& bytes, int64_t position) const {

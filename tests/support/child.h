@@ -2,6 +2,7 @@
 // outside; gives a test a directory to work in; makes the ELF layer's errors silent and counted.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -18,24 +19,22 @@ using child_end = std::pair<int, std::string>; // exit status, 128 + n for signa
 // Runs `body` in a child, with program name objtrim and error number 0. Its exit status, and all
 // that it wrote to standard error.
 child_end run_child(const std::function<void()>& body);
-
 // The body returns, and has written the text.
 void expect_text(const std::function<void()>& body, const std::string& text);
 // Each body ends with status 1 and the text as a fatal message.
-struct fatal_case {
-    std::function<void()> body;
-    const char* text;
-};
+using fatal_case = std::pair<std::function<void()>, const char*>;
 void expect_fatal(const std::vector<fatal_case>& cases);
 
-// A test whose current directory is new and empty.
+// A test whose current directory is new and empty. The ELF byte order is unset after it.
 struct placed_test : testing::Test {
-    placed_test();
-    ~placed_test() override;
+    placed_test() { std::filesystem::current_path(place.directory); }
+    ~placed_test() override {
+        std::filesystem::current_path("/");
+        elf_byte_order = ELF_ORDER_UNSET;
+    }
     // A stream at `position` of the new file "f".
     gen_stream_ptr stream_of(const std::string& bytes, int64_t position = 0) const;
 
-    std::string before;
     work_place place;
 };
 
@@ -43,8 +42,6 @@ struct placed_test : testing::Test {
 struct elf_silence {
     elf_silence() { elf_set_error_sink(&flag); }
     ~elf_silence() { elf_set_error_sink(nullptr); }
-    elf_silence(const elf_silence&) = delete;
-    elf_silence& operator=(const elf_silence&) = delete;
     uint64_t errors() const { return elf_error_count - start; }
 
     int32_t flag = 1;
