@@ -17,8 +17,6 @@ bool is_class(int elfbits) {
     return elfbits == 32 || elfbits == 64;
 }
 
-// --- layouts (gABI, figures 4-3, 4-8 and 5-1) ---------------------------------------------------
-
 // The fields behind e_ident. The two counts are 16 bits wide in the file.
 template <class fields>
 void elf_layout_file_header(fields& f, elf_file_header& head, uint16_t& shnum, uint16_t& shstrndx) {
@@ -69,8 +67,6 @@ void elf_layout(fields& f, entry& segment) requires
     f.word(segment.p_align);
 }
 
-// --- tables --------------------------------------------------------------------------------------
-
 // Reads entries `stride` bytes apart from the stream's position.
 template <class entry>
 void read_table(gen_stream& stream, std::span<entry> table, uint64_t stride, int elfbits) {
@@ -106,8 +102,6 @@ void seek_to(gen_stream& stream, uint64_t offset) {
     if (offset != elf_here)
         gen_safe_fseek64(nullptr, &stream, static_cast<int64_t>(offset), GEN_SEEK_SET);
 }
-
-// --- the file header -----------------------------------------------------------------------------
 
 // Reads the fields of one class as they stand in the file. False when the magic number is not
 // there.
@@ -248,8 +242,6 @@ void elf_write_secheaders(const char* name, gen_stream& stream,
                           std::span<const elf_section_header> table, int elfbits) {
     write_table(name, stream, table, elf_section_header_size(elfbits), elfbits);
 }
-
-// --- names ---------------------------------------------------------------------------------------
 
 std::optional<std::string> elf_read_section_name(gen_stream& stream, uint32_t strings,
                                                  const std::vector<elf_section_header>& sechead,

@@ -49,8 +49,6 @@ gen_block elf_malloc(uint64_t size);
 // size, a NUL, so that text in it always ends.
 gen_block elf_read_bytes(gen_stream& stream, uint64_t size);
 
-// --- fields in a block -----------------------------------------------------------------------
-//
 // elf_decoder and elf_encoder walk one entry of a table in memory. They have the same routines, so
 // that a layout is written once, as a template over either (elf_layout_* in elfhead.cpp). The
 // caller answers for the entry lying inside its block.

@@ -71,7 +71,8 @@ elf_read_symtab(const char* name, gen_stream& stream, uint64_t base,
     seek_to(name, stream, base + symtab.sh_offset);
     for (uint64_t first = 0; first < symbols.size(); first += piece_count) {
         const uint64_t count = std::min<uint64_t>(piece_count, symbols.size() - first);
-        gen_safe_fread64(name, piece.bytes.get(), stride, count, &stream);
+        const uint64_t got = gen_read_stream(stream, piece.bytes.get(), count * stride);
+        std::fill(piece.bytes.get() + got, piece.bytes.get() + count * stride, std::byte{0xFF});
         for (uint64_t i = 0; i < count; ++i) {
             elf_decoder fields = elf_decode_at(piece.bytes.get() + i * stride, elfbits);
             uint16_t shndx = 0;
@@ -141,13 +142,16 @@ uint64_t elf_write_symbols(const char* name, gen_stream& stream,
 }
 
 uint64_t elf_write_words(const char* name, gen_stream& stream, std::span<const uint32_t> words) {
-    const gen_block block = gen_new_block(words.size() * 4);
-    elf_encoder fields = elf_encode_at(block.bytes.get(), 32);
-    for (uint32_t word : words)
-        fields.u32(word);
-    if (block.size != 0)
-        gen_safe_fwrite64(name, block.bytes.get(), 4, words.size(), &stream);
-    return block.size;
+    constexpr uint64_t piece_count = piece_limit / 4;
+    const gen_block piece = gen_new_block(4 * std::min<uint64_t>(piece_count, words.size()));
+    for (uint64_t first = 0; first < words.size(); first += piece_count) {
+        const uint64_t count = std::min<uint64_t>(piece_count, words.size() - first);
+        elf_encoder fields = elf_encode_at(piece.bytes.get(), 32);
+        for (uint32_t word : words.subspan(first, count))
+            fields.u32(word);
+        gen_safe_fwrite64(name, piece.bytes.get(), 4, count, &stream);
+    }
+    return words.size() * 4;
 }
 
 namespace {

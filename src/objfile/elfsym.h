@@ -1,7 +1,7 @@
 // ELF symbols, extended section indexes and relocation entries, of both classes and byte orders
 // (System V gABI, chapter 4).
 //
-// Tables are read and written in large pieces. In memory every entry has one shape for both
+// Symbol tables are read and written in large pieces. In memory every entry has one shape for both
 // classes.
 #pragma once
 

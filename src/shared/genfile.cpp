@@ -120,8 +120,6 @@ void gen_stream_closer::operator()(gen_stream* stream) const {
     host_close(closing->descriptor);
 }
 
-// --- the unchecked ground ------------------------------------------------------------------------
-
 gen_stream_ptr gen_open(const char* name, const char* mode) {
     const std::optional<host_access> access = access_of(mode);
     if (!access) {
@@ -218,8 +216,6 @@ uint64_t gen_write_stream(gen_stream& stream, const void* buffer, uint64_t size)
     return done;
 }
 
-// --- the checked wrappers ------------------------------------------------------------------------
-
 gen_stream_ptr gen_safe_fopen(const char* name, const char* kind, const char* mode) {
     gen_stream_ptr stream;
     const std::optional<host_status> status = host_status_of(name);
@@ -312,6 +308,10 @@ int gen_safe_fflush(const char* name, gen_stream* stream) {
     if (name)
         gen_perror_exit(status_failure, "Error writing to '%s'", name);
     gen_perror_exit(status_failure, "Error writing to file");
+}
+
+int gen_set_length(const char* name, uint64_t length) {
+    return host_set_length(name, length);
 }
 
 int64_t gen_read(int descriptor, void* buffer, uint64_t count) {

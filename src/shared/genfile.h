@@ -68,6 +68,9 @@ uint64_t gen_write_stream(gen_stream& stream, const void* buffer, uint64_t size)
 // ends, or cannot be read (input.read_error), or the output cannot be written (output.write_error).
 uint64_t gen_copy_stream(gen_stream& input, gen_stream& output, uint64_t size);
 
+// Cuts the closed file `name`, or fills it up with zeros, to `length` bytes: 0, or -1.
+int gen_set_length(const char* name, uint64_t length);
+
 // Descriptor calls: bytes moved, or -1. A count beyond 32 bits is an error and is cut.
 int64_t gen_read(int descriptor, void* buffer, uint64_t count);
 int64_t gen_write(int descriptor, const void* buffer, uint64_t count);

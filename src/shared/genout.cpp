@@ -197,6 +197,10 @@ void gen_error(const char* format, ...) {
     GEN_FORWARD(GEN_ERROR);
 }
 
+void gen_system_error(const char* format, ...) {
+    GEN_FORWARD(GEN_ERROR + GEN_WITH_SYSTEM_TEXT);
+}
+
 void gen_warning(const char* format, ...) {
     GEN_FORWARD(GEN_WARNING);
 }

@@ -60,6 +60,7 @@ extern void (*gen_exit_slot)(int status);
 void gen_message(uint32_t level, const char* format, va_list arguments);
 
 void gen_error(const char* format, ...) GEN_PRINTF(1, 2);
+void gen_system_error(const char* format, ...) GEN_PRINTF(1, 2); // with the system's text
 void gen_warning(const char* format, ...) GEN_PRINTF(1, 2);
 void gen_info(const char* format, ...) GEN_PRINTF(1, 2);
 void gen_plain(const char* format, ...) GEN_PRINTF(1, 2);

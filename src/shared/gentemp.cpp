@@ -17,8 +17,6 @@ static std::optional<std::string> user_tmpdir() {
 
 std::optional<std::string> (*gen_tmpdir_hook)() = user_tmpdir;
 
-// --- the directory -------------------------------------------------------------------------------
-
 static const char* last_resort_directory() {
     const char* const root = host_paths == host_path_rules::windows ? "\\" : "/tmp";
     return host_usable_directory(root) ? root : ".";
@@ -40,8 +38,6 @@ std::optional<std::string> gen_user_tmpdir(const char* suggested) {
     known = last_resort_directory();
     return known;
 }
-
-// --- the names -----------------------------------------------------------------------------------
 
 static char base32_digit(uint32_t value, int bit_position) {
     return "0123456789abcdefghijklmnopqrstuv"[(value >> bit_position) & 31];

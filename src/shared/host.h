@@ -12,8 +12,6 @@
 #include <string>
 #include <vector>
 
-// --- names ------------------------------------------------------------------------------------
-
 // How names are taken apart on a host (shared/genpath works by these rules).
 enum class host_path_rules {
     posix,  // "/" separates
@@ -41,6 +39,8 @@ struct host_status {
 std::optional<host_status> host_status_of(const char* name);
 // Whether the name itself is in use, be it by a link that leads nowhere.
 bool host_name_taken(const char* name);
+// Whether there is a `name` that can be opened for reading.
+bool host_readable(const char* name);
 // Whether `name` is a directory in which files can be made.
 bool host_usable_directory(const char* name);
 // The absolute form of `name`, by its text alone: "." and ".." taken out, no links resolved; the
@@ -52,9 +52,8 @@ std::optional<std::string> host_link_target(const char* name);
 // All of these: 0 on success, -1 on failure.
 int host_rename(const char* from, const char* to); // replaces an existing `to`
 int host_delete(const char* name);
+int host_set_length(const char* name, uint64_t length);
 int host_set_mode(const char* name, uint32_t mode);
-
-// --- open files --------------------------------------------------------------------------------
 
 enum class host_access {
     read,             // must exist
@@ -88,8 +87,6 @@ int host_set_mode(int descriptor, uint32_t mode);
 int host_check_offset(int descriptor, int64_t offset);
 
 constexpr int host_error_descriptor = 2; // standard error, for raw writes
-
-// --- the process and its surroundings ------------------------------------------------------------
 
 std::string host_module_file_name(); // of the running program; empty when unknown
 std::string host_user_name();        // of the effective user; empty when unknown

@@ -55,7 +55,9 @@ struct c_memory_freer {
 } // namespace
 using c_text = std::unique_ptr<char, c_memory_freer>;
 
-// --- names ------------------------------------------------------------------------------------
+static bool is_offset(uint64_t offset) {
+    return offset <= static_cast<uint64_t>(INT64_MAX);
+}
 
 static host_status status_from(const struct stat& from) {
     host_status status;
@@ -82,6 +84,11 @@ bool host_name_taken(const char* name) {
     const errno_keeper error;
     struct stat found;
     return lstat(name, &found) == 0;
+}
+
+bool host_readable(const char* name) {
+    const errno_keeper error;
+    return faccessat(AT_FDCWD, name, R_OK, AT_EACCESS) == 0;
 }
 
 bool host_usable_directory(const char* name) {
@@ -133,11 +140,17 @@ int host_delete(const char* name) {
     return errno_keeper().pass(unlink(name));
 }
 
+int host_set_length(const char* name, uint64_t length) {
+    if (!is_offset(length)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return errno_keeper().pass(truncate(name, static_cast<off_t>(length)));
+}
+
 int host_set_mode(const char* name, uint32_t mode) {
     return errno_keeper().pass(chmod(name, static_cast<mode_t>(mode & 07777)));
 }
-
-// --- open files --------------------------------------------------------------------------------
 
 // O_NONBLOCK is of no consequence for regular files.
 static int open_flags(host_access access) {
@@ -201,10 +214,6 @@ static int64_t transfer_out(size_t size, Call call) {
     return -1;
 }
 
-static bool is_offset(uint64_t offset) {
-    return offset <= static_cast<uint64_t>(INT64_MAX);
-}
-
 int64_t host_read_at(int descriptor, void* buffer, size_t size, uint64_t offset) {
     if (!is_offset(offset)) {
         errno = EINVAL;
@@ -263,8 +272,6 @@ int host_check_offset(int descriptor, int64_t offset) {
     return errno_keeper().pass(lseek(descriptor, static_cast<off_t>(offset), SEEK_SET)) < 0 ? -1
                                                                                             : 0;
 }
-
-// --- the process and its surroundings ------------------------------------------------------------
 
 std::string host_module_file_name() {
     const errno_keeper error;

@@ -1,5 +1,6 @@
 // The assertions of the ELF stripper that a user can see. Their texts, file and lines are fixed:
-// they are part of the messages, and do not follow the code.
+// they are part of the messages, and do not follow the code. Conditions that cannot fail as the
+// code stands have no row.
 #pragma once
 
 #include "shared/genout.h"

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <cstdarg>
 
 #include "shared/genout.h"
+#include "util/report.h"
 
 namespace {
 
@@ -111,23 +111,17 @@ bool names_are_sound(const elf_image& image) {
     return true;
 }
 
+bool lies_in_file(const elf_image& image, const elf_section_header& section) {
+    const uint64_t size = image.stream->size;
+    return section.sh_offset <= size && section.sh_size <= size - section.sh_offset;
+}
+
 bool holds_section(const elf_image& image, uint32_t index) {
     const elf_section_header& section = image.sechead[index];
-    const uint64_t size = image.stream->size;
-    if (section.sh_offset <= size && section.sh_size <= size - section.sh_offset)
+    if (lies_in_file(image, section))
         return true;
     return report_damage(image.name,
                          "section %" PRIu32 " at sh_offset 0x%" PRIx64 " with sh_size 0x%" PRIx64
                          " reaches past the end of the file",
                          index, section.sh_offset, section.sh_size);
-}
-
-bool report_damage(const char* name, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    char* text = gen_vasprintf(format, arguments);
-    va_end(arguments);
-    gen_error("file '%s' is damaged: %s", name, text);
-    gen_free_slot(text);
-    return false;
 }

@@ -44,9 +44,6 @@ bool read_image(elf_image& image);
 // Whether every sh_name lies inside the section-name string table. False after a report.
 bool names_are_sound(const elf_image& image);
 
-// Whether the data of section `index` lies inside the file. False after a report.
+bool lies_in_file(const elf_image& image, const elf_section_header& section);
+// The same for the data of section `index`. False after a report.
 bool holds_section(const elf_image& image, uint32_t index);
-
-// Reports "file '%s' is damaged: %s", the text made from `format`. Returns false, for the caller to
-// hand on.
-bool report_damage(const char* name, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -150,8 +150,6 @@ void write_sections(elf_image& image, strip_plan& plan, elf_layout_plan& layout,
             settle_size(section, written, alignment_unit(image), layout.shift);
         }
         info.shift_after = layout.shift;
-        if (info.state == SECTION_KEPT)
-            info.state = SECTION_WRITTEN;
     }
     flush_copies(writer.copier);
 }

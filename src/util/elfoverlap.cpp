@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cinttypes>
 
+#include "util/report.h"
+
 namespace {
 
 // A range of the file and who claims it.

@@ -18,7 +18,7 @@ constexpr const char* debug_names[] = {
     ".stab.index",    ".stab.indexstr", ".debug_control_flow"};
 constexpr const char* local_name_pattern = "*..*";
 
-enum section_state : uint32_t { SECTION_REMOVED = 0, SECTION_KEPT = 1, SECTION_WRITTEN = 2 };
+enum section_state : uint32_t { SECTION_REMOVED = 0, SECTION_KEPT = 1 };
 
 struct strip_section_info {
     section_state state = SECTION_REMOVED;

@@ -1,6 +1,8 @@
-// Relocations: checked and scanned before the symbols are decided, rewritten after.
+// Relocations: scanned before the symbols are decided, checked and rewritten after.
 //
-// A section's entries are read once, in one block, and rewritten in that block.
+// A section's entries are read in one block and rewritten in that block. Blocks are kept from the
+// first look to the rewrite as long as they are together no larger than the largest of them; the
+// others are read again.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +15,9 @@
 struct relocation_table {
     bool has_addend = false; // RELA
     uint64_t count = 0;
-    gen_block entries; // as in the file
+    uint64_t entry_size = 0;
+    uint32_t section = 0;
+    gen_block entries; // as in the file; empty while they are not kept
 };
 
 struct relocation_plan {
@@ -38,9 +42,9 @@ bool read_relocations(const elf_image& image, const section_plan& plan, symbol_p
 
 // Whether every relocation names a symbol that there is. False after a report of damage.
 bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,
-                           const relocation_plan& relocations);
+                           relocation_plan& relocations);
 
-// Writes the entries of section `index` at the stream's position, renumbered, those left out that
-// name a symbol which is gone. Bytes written.
+// Writes the entries of a table at the stream's position, renumbered, those left out that name a
+// symbol which is gone. Bytes written.
 uint64_t write_relocations(const char* name, gen_stream& output, const elf_image& image,
                            const symbol_plan& symbols, relocation_table& table);

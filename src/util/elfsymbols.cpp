@@ -4,6 +4,7 @@
 #include "util/elfsymbols.h"
 
 #include <cstring>
+#include <optional>
 
 #include "util/elfassert.h"
 #include "util/options.h"
@@ -30,7 +31,8 @@ struct rewrite_job {
     name_judge keep;
     name_judge strip;
     bool shared_strings = false;
-    std::vector<uint32_t> old_names;     // shared strings: every section's sh_name in the input
+    std::vector<uint32_t> old_names; // shared strings: every section's sh_name in the input
+    std::vector<std::optional<uint32_t>> equal_names; // ... and an st_name that says the same
     std::vector<uint32_t> section_names; // the same for sections whose name is still to be placed
 };
 
@@ -112,8 +114,12 @@ verdict judge(rewrite_job& job, uint32_t index) {
 void name_section_by_symbol(rewrite_job& job, const elf_symbol& symbol, uint32_t new_name) {
     elf_section_header& section = job.image.sechead[symbol.st_shndx];
     const char* name = job.image.shstrtab.text() + job.old_names[symbol.st_shndx];
-    elf_assert(strcmp(name, job.symbols.strings.old.strings + symbol.st_name) == 0,
+    // A name that was found equal once is not compared again: there may be any number of symbols.
+    std::optional<uint32_t>& equal = job.equal_names[symbol.st_shndx];
+    elf_assert(equal == symbol.st_name ||
+                   strcmp(name, job.symbols.strings.old.strings + symbol.st_name) == 0,
                ASSERT_SECTION_SYMBOL_NAME);
+    equal = symbol.st_name;
     section.sh_name = new_name;
     job.section_names[symbol.st_shndx] = 0;
 }
@@ -138,6 +144,7 @@ void begin_shared_strings(rewrite_job& job) {
     if (!job.shared_strings)
         return;
     job.old_names.resize(job.image.sechead.size());
+    job.equal_names.resize(job.image.sechead.size());
     job.section_names.resize(job.image.sechead.size());
     for (size_t i = 0; i < job.section_names.size(); ++i) {
         job.old_names[i] = job.image.sechead[i].sh_name;
@@ -170,6 +177,7 @@ void rewrite_symbols(elf_image& image, const section_plan& plan, symbol_plan& sy
                        .keep = make_judge(keep_symbol_list, symbols.strings.old),
                        .strip = make_judge(strip_symbol_list, symbols.strings.old),
                        .old_names = {},
+                       .equal_names = {},
                        .section_names = {}};
     record_section_symbols(job);
     begin_shared_strings(job);
@@ -193,7 +201,7 @@ uint64_t write_index_table(const char* name, gen_stream& output, const elf_secti
 }
 
 uint64_t write_string_table(const char* name, gen_stream& output, const elf_image& image,
-                            const elf_section_header& section, symbol_plan& symbols) {
+                            const elf_section_header& section, const symbol_plan& symbols) {
     const uint64_t unit = alignment_unit(image);
     const uint64_t size = (symbols.strings.newstrsize + unit - 1) / unit * unit;
     elf_assert(size <= section.sh_size, ASSERT_NEWSTRTAB_SIZE);

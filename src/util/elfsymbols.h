@@ -50,4 +50,4 @@ void prepare_symbol_output(const section_plan& plan, symbol_plan& symbols);
 uint64_t write_index_table(const char* name, gen_stream& output, const elf_section_header& section,
                            const symbol_plan& symbols);
 uint64_t write_string_table(const char* name, gen_stream& output, const elf_image& image,
-                            const elf_section_header& section, symbol_plan& symbols);
+                            const elf_section_header& section, const symbol_plan& symbols);

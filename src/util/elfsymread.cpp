@@ -3,6 +3,7 @@
 
 #include "shared/genout.h"
 #include "util/elfsymbols.h"
+#include "util/report.h"
 
 namespace {
 
@@ -39,9 +40,7 @@ std::optional<uint32_t> find_index_table(const elf_image& image, uint32_t symtab
 bool read_symbol_table(elf_image& image, uint32_t symtab_index, symbol_plan& symbols) {
     std::vector<uint32_t> words;
     const std::optional<uint32_t> index_table = find_index_table(image, symtab_index);
-    if (index_table) {
-        if (!holds_section(image, *index_table))
-            return false;
+    if (index_table && lies_in_file(image, image.sechead[*index_table])) {
         words = elf_read_shndx(image.name, *image.stream, 0, image.sechead[*index_table]);
     }
     std::optional<std::vector<elf_symbol>> table =
