@@ -13,6 +13,7 @@
 #include "shared/genpath.h"
 #include "shared/gentemp.h"
 #include "shared/host.h"
+#include "util/dnmupdate.h"
 #include "util/elfimage.h"
 #include "util/elflayout.h"
 #include "util/elfoverlap.h"
@@ -162,6 +163,7 @@ void write_result(strip_job& job, strip_plan& plan) {
         prepare_symbol_output(plan.sections, plan.symbols);
     const output_file output = {job.result_name.c_str(), *job.result};
     write_sections(job.image, plan, layout, output);
+    update_dnm(job.image, plan.sections, layout);
     write_headers(job.image, plan, layout, output);
 }
 

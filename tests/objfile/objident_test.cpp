@@ -59,13 +59,13 @@ TEST_F(objident, kinds_and_what_stays_from_the_file_before) {
         // PE: machine number and symbol size stay those of "MZ".
         {pe(coff("\x4C\x01", "\x02\x20")), "6 6 5A4D; 32 ll 18 2002 3"},
         {pe(coff("\x01\x60", "\0\1"s)), "6 31 5A4D; 32 bb 18 1 0"},
-        {"MZ", "none"},
-        // a.out, tool data by signature, a Windows resource.
+        // a.out, tool data by signature, a Windows resource, an import header.
         {"\x07\x01\x64\x00"s, "1 43 640107; 32 ll 12 0 0"},
         {"\x7FORV\0\0\0\x09\0\0\0\x07"s, "9 128 7; 0 ll 18 FFFF8003 5"},
         {"\x7FORV\0\0\0\x01\0\0\0\x08"s, "18 0 4F7F; 0 ll 18 FFFF8003 0"},
         {"\0\0\0\0\x20\0\0\0\xFF\xFF\0\0\xFF\xFF\0\0"s + std::string(16, '\0'),
          "14 125 14C; 0 ll 18 FFFF8003 2"},
+        {"\x00\x00\xFF\xFF"s, "11 0 0; 0 ll 18 FFFF8003 2"},
         // Archives; an imitated magic keeps even the kind.
         {"!<arch>\n", "8 0 3C21; 0 ll 18 FFFF8003 2"},
         {"!<arcade>", "2 0 3C21; 0 ll 18 FFFF8003 2"},
