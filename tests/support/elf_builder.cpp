@@ -1,9 +1,9 @@
-// Places the parts of a draft in the file, then sets the header fields one by one. The table of
+// Finds a place for each part of a draft, then sets the header fields one by one. The table of
 // field places here is the tests' own, so that a mistake in the program's shows.
 #include "support/elf_builder.h"
 
 #include <algorithm>
-#include <cstddef>
+#include <map>
 #include <unordered_map>
 
 const std::array<elf_form, 4> elf_forms = {{
@@ -29,157 +29,240 @@ constexpr field_place field_places[] = {
     {20, 4, 40, 8}, {28, 4, 48, 8},
     {0, 4, 0, 4},   {4, 4, 4, 4},   {8, 4, 8, 8},   {12, 4, 16, 8}, {16, 4, 24, 8}, {20, 4, 32, 8},
     {24, 4, 40, 4}, {28, 4, 44, 4}, {32, 4, 48, 8}, {36, 4, 56, 8},
+    {0, 4, 0, 4},   {12, 1, 4, 1},  {13, 1, 5, 1},  {14, 2, 6, 2},  {4, 4, 8, 8},   {8, 4, 16, 8},
+    {0, 4, 0, 8},   {4, 4, 8, 8},   {8, 4, 16, 8},  {0, 4, 0, 4},
 };
 // clang-format on
 
-bool file_is_64(const std::string& file) {
-    return file.size() > 4 && file[4] == 2;
-}
-bool file_is_big(const std::string& file) {
-    return file.size() > 5 && file[5] == 2;
+elf_form form_of(const std::string& file) {
+    return {"", file.at(4) == 2 ? 64 : 32, file.at(5) == 2, 0};
 }
 
-unsigned field_width(const std::string& file, field which) {
+// Visits the bytes of a field of the entry at `offset`, from the lowest on.
+template <class visitor>
+void visit(const std::string& bytes, const elf_form& form, field which, uint64_t offset,
+           visitor visit_byte) {
     const field_place& place = field_places[static_cast<size_t>(which)];
-    return file_is_64(file) ? place.width64 : place.width32;
+    const uint64_t width = form.is_64() ? place.width64 : place.width32;
+    offset += form.is_64() ? place.offset64 : place.offset32;
+    for (uint64_t i = 0; i < width && offset <= bytes.size() - width; ++i)
+        visit_byte(offset + (form.big_endian ? width - 1 - i : i));
 }
 
-// The bytes of the file that are taken, and the next free place.
-struct placement {
-    const elf_draft& draft;
-    std::vector<draft_section> sections;
-    std::string file = {};
-    std::vector<uint64_t> offsets = {};
-    uint64_t phoff = 0;
-    uint64_t shoff = 0;
+void put_field(std::string& bytes, const elf_form& form, field which, uint64_t offset,
+               uint64_t value) {
+    visit(bytes, form, which, offset, [&](uint64_t at) {
+        bytes[at] = static_cast<char>(value);
+        value >>= 8;
+    });
+}
 
-    uint64_t word() const { return draft.form.is_64() ? 8 : 4; }
-    uint64_t phentsize() const { return (draft.form.is_64() ? 56u : 32u) + draft.extra_entsize; }
-    uint64_t shentsize() const { return (draft.form.is_64() ? 64u : 40u) + draft.extra_entsize; }
-
-    uint64_t place(uint64_t size, uint64_t align) {
-        uint64_t offset = (file.size() + align - 1) / align * align;
-        file.resize(offset + size);
-        return offset;
-    }
-    void place_tables(draft_place where) {
-        if (draft.program_table == where && !draft.segments.empty())
-            phoff = place(draft.segments.size() * phentsize(), word());
-        if (draft.section_table == where)
-            shoff = place((sections.size() + 1) * shentsize(), word());
-    }
-    void place_section(size_t index) {
-        const draft_section& section = sections[index];
-        if (section.offset == 0) {
-            file.resize(file.size() + section.gap, '\xEE'); // to be seen when carried over
-            offsets[index] = place(section.content.size(), std::max<uint64_t>(section.align, 1));
-        } else {
-            offsets[index] = section.offset;
-            file.resize(std::max<uint64_t>(file.size(), section.offset + section.content.size()));
-        }
-        std::copy(section.content.begin(), section.content.end(),
-                  file.begin() + static_cast<std::ptrdiff_t>(offsets[index]));
-    }
-    uint32_t index_of(const std::string& name) const {
-        for (size_t i = 0; i < sections.size() && !name.empty(); ++i)
-            if (sections[i].name == name)
-                return static_cast<uint32_t>(i + 1);
+uint64_t entry_offset(const std::string& file, field which, uint64_t index) {
+    if (which < field::p_type)
         return 0;
-    }
-};
-
-// One name for all sections of that name, so that tens of thousands stay small.
-std::vector<uint32_t> fill_name_table(std::vector<draft_section>& sections) {
-    auto is_name_table = [](const draft_section& section) { return section.name == ".shstrtab"; };
-    if (std::none_of(sections.begin(), sections.end(), is_name_table))
-        sections.push_back({.name = ".shstrtab", .type = sht::strtab});
-    std::string names(1, '\0');
-    std::unordered_map<std::string, uint32_t> known = {{"", 0}};
-    std::vector<uint32_t> result;
-    for (const draft_section& section : sections) {
-        auto [found, added] = known.try_emplace(section.name, static_cast<uint32_t>(names.size()));
-        if (added)
-            names += section.name + '\0';
-        result.push_back(found->second);
-    }
-    std::find_if(sections.begin(), sections.end(), is_name_table)->content = names;
-    return result;
+    const bool is_segment = which < field::sh_name;
+    return get_field(file, is_segment ? field::e_phoff : field::e_shoff) +
+           index * get_field(file, is_segment ? field::e_phentsize : field::e_shentsize);
 }
 
 // Sets fields that follow each other in `field`.
-void set_fields(std::string& file, field first, const std::vector<uint64_t>& values,
-                uint64_t index = 0) {
+void set_fields(std::string& file, field first, uint64_t index,
+                const std::vector<uint64_t>& values) {
     for (size_t i = 0; i < values.size(); ++i)
         set_field(file, static_cast<field>(static_cast<size_t>(first) + i), values[i], index);
 }
 
-void set_file_header(placement& parts) {
-    uint64_t count = parts.sections.size() + 1;
-    uint32_t names = parts.index_of(".shstrtab");
-    set_fields(parts.file, field::e_type,
-               {parts.draft.type, parts.draft.form.machine, 1, 0x1000, parts.phoff, parts.shoff, 0,
-                parts.draft.form.is_64() ? 64u : 52u, parts.phentsize(),
-                parts.draft.segments.size(), parts.shentsize(), count < 0xFF00 ? count : 0,
-                names < 0xFF00 ? names : 0xFFFF});
-    if (count >= 0xFF00)
-        set_field(parts.file, field::sh_size, count);
-    if (names >= 0xFF00)
-        set_field(parts.file, field::sh_link, names);
+struct layout {
+    uint64_t phoff = 0, shoff = 0, phentsize = 0, shentsize = 0;
+    std::vector<uint64_t> offsets = {};                       // of the sections
+    std::vector<std::pair<uint64_t, uint64_t>> segments = {}; // offsets and sizes
+};
+
+uint64_t round_up(uint64_t value, uint64_t unit) {
+    return (value + unit - 1) / unit * unit;
+}
+uint64_t data_size(const draft_section& section) {
+    return section.type == sht::nobits ? 0 : section.content.size();
 }
 
-void set_section_headers(placement& parts, const std::vector<uint32_t>& names) {
-    for (size_t i = 0; i < parts.sections.size(); ++i) {
-        const draft_section& section = parts.sections[i];
-        uint64_t size = section.nobits_size != 0 ? section.nobits_size : section.content.size();
-        set_fields(parts.file, field::sh_name,
-                   {names[i], section.type, section.flags,
-                    (section.flags & shf::alloc) != 0 ? 0x10000 + parts.offsets[i] : 0,
-                    parts.offsets[i], size, parts.index_of(section.link),
-                    parts.index_of(section.info), section.align, section.entsize},
-                   i + 1);
+layout lay_out(const elf_draft& draft) {
+    layout result;
+    const elf_form& form = draft.form;
+    const size_t count = draft.sections.size();
+    result.phentsize = (form.is_64() ? 56 : 32) + draft.extra_entsize;
+    result.shentsize = (form.is_64() ? 64 : 40) + draft.extra_entsize;
+    result.offsets.resize(count);
+    uint64_t end = form.is_64() ? 64 : 52;
+    for (char part : draft.order) {
+        if (part == 'P' && !draft.segments.empty()) {
+            result.phoff = round_up(end, form.word());
+            end = result.phoff + draft.segments.size() * result.phentsize;
+        } else if (part == 'S') {
+            result.shoff = round_up(end, form.word());
+            end = result.shoff + (count + 1) * result.shentsize;
+        }
+        for (size_t i = 0; i < count; ++i) {
+            if (part != (i < count / 2 ? '1' : '2'))
+                continue;
+            const draft_section& section = draft.sections[i];
+            const uint64_t next = round_up(end + section.gap, std::max<uint64_t>(section.align, 1));
+            result.offsets[i] = section.offset != 0 ? section.offset : next;
+            end = std::max(end, result.offsets[i] + data_size(section));
+        }
     }
+    for (const draft_segment& segment : draft.segments) {
+        const size_t section = index_of(draft, segment.section) - 1;
+        result.segments.emplace_back(result.offsets[section] + segment.skip,
+                                     draft.sections[section].content.size() - segment.skip);
+    }
+    return result;
 }
 
-void set_program_headers(placement& parts) {
-    for (size_t i = 0; i < parts.draft.segments.size(); ++i) {
-        const draft_segment& segment = parts.draft.segments[i];
-        size_t section = parts.index_of(segment.section) - 1;
-        uint64_t offset = parts.offsets[section] + segment.skip;
-        uint64_t size = parts.sections[section].content.size() - segment.skip;
-        set_fields(parts.file, field::p_type,
-                   {1, 5, offset, 0x10000 + offset, 0x10000 + offset, size, size + 16, 4}, i);
+// Gives sections their names. One name for all sections of that name, so that tens of thousands
+// stay small.
+std::vector<size_t> fill_name_table(elf_draft& draft) {
+    if (index_of(draft, draft.name_table) == 0)
+        draft.sections.push_back({.name = draft.name_table, .type = sht::strtab});
+    std::string& names = draft.sections[index_of(draft, draft.name_table) - 1].content;
+    if (names.empty())
+        names = std::string(1, '\0');
+    std::unordered_map<std::string, size_t> known;
+    std::vector<size_t> result;
+    for (const draft_section& section : draft.sections) {
+        auto [found, added] = known.try_emplace(section.name, names.find(section.name + '\0'));
+        if (found->second == std::string::npos) {
+            found->second = names.size();
+            names += section.name + '\0';
+        }
+        result.push_back(found->second);
     }
+    return result;
+}
+
+// What belongs to no part of the draft is filled with `fill`.
+std::string write(elf_draft draft, const layout& at, char fill) {
+    const std::vector<size_t> names = fill_name_table(draft);
+    const elf_form& form = draft.form;
+    const uint64_t count = names.size() + 1, phnum = draft.segments.size();
+    std::string file = {
+        0x7f, 'E', 'L', 'F', form.is_64() ? '\2' : '\1', form.big_endian ? '\2' : '\1', '\1'};
+    file.resize(form.is_64() ? 64 : 52);
+    file.resize(
+        std::max({file.size(), at.phoff + phnum * at.phentsize, at.shoff + count * at.shentsize}),
+        fill);
+    for (size_t i = 0; i < draft.sections.size(); ++i)
+        if (const uint64_t size = data_size(draft.sections[i]); size != 0) {
+            file.resize(std::max(file.size(), at.offsets[i] + size), fill);
+            file.replace(at.offsets[i], size, draft.sections[i].content);
+        }
+    const uint32_t table = index_of(draft, draft.name_table);
+    set_fields(file, field::e_type, 0,
+               {draft.type, form.machine, 1, 0x1000, at.phoff, at.shoff, 0,
+                form.is_64() ? 64u : 52u, at.phentsize, phnum, at.shentsize,
+                count < 0xFF00 ? count : 0, table < 0xFF00 ? table : 0xFFFF});
+    set_fields(file, field::sh_name, 0,
+               {0, 0, 0, 0, 0, count < 0xFF00 ? 0 : count, table < 0xFF00 ? 0 : table, 0, 0, 0});
+    for (size_t i = 0; i < names.size(); ++i) {
+        const draft_section& section = draft.sections[i];
+        const bool has_target = (section.type & 15) == sht::rela || (section.type & 15) == sht::rel;
+        set_fields(file, field::sh_name, i + 1,
+                   {names[i], section.type, section.flags, section.flags * 0x1000, at.offsets[i],
+                    section.content.size(), index_of(draft, section.link),
+                    has_target ? index_of(draft, section.info) : 21, section.align,
+                    section.entsize});
+    }
+    for (size_t i = 0; i < phnum; ++i) {
+        const auto& [offset, size] = at.segments[i];
+        set_fields(file, field::p_type, i,
+                   {1, 5, offset, 0x20000 + i, 0x30000 + i, size, size + 16, 4});
+    }
+    return file;
 }
 
 } // namespace
 
-std::string filler(size_t size, unsigned seed) {
+uint32_t index_of(const elf_draft& draft, const std::string& name) {
+    for (size_t i = 0; i < draft.sections.size() && !name.empty(); ++i)
+        if (draft.sections[i].name == name)
+            return static_cast<uint32_t>(i + 1);
+    return 0;
+}
+
+elf_draft complete(elf_draft draft) {
+    fill_name_table(draft);
+    return draft;
+}
+
+std::string build_elf(const elf_draft& draft) {
+    const elf_draft whole = complete(draft);
+    return write(whole, lay_out(whole), '\xEE'); // to be seen when carried over
+}
+
+std::string build_moved(const elf_draft& before, elf_draft after) {
+    const elf_draft old = complete(before);
+    fill_name_table(after);
+    const uint64_t word = old.form.word();
+    const layout was = lay_out(old);
+    layout now = was;
+    now.offsets.clear();
+    std::map<uint64_t, uint64_t> saved; // by the offset of what shrinks or goes
+    for (size_t i = 0; i < old.sections.size(); ++i) {
+        const draft_section& section = old.sections[i];
+        const size_t next = now.offsets.size();
+        uint64_t left = 0;
+        if (next < after.sections.size() && after.sections[next].name == section.name) {
+            std::string& content = after.sections[next].content;
+            if (content.size() != section.content.size())
+                content.resize(round_up(content.size(), word));
+            left = data_size(after.sections[next]);
+            now.offsets.push_back(was.offsets[i]);
+        }
+        if (left != data_size(section))
+            saved[was.offsets[i]] += data_size(section) / word * word - left;
+    }
+    const auto move = [&saved](uint64_t& offset) {
+        uint64_t less = 0;
+        for (auto cut = saved.begin(); cut != saved.end() && cut->first < offset; ++cut)
+            less += cut->second;
+        offset -= less;
+    };
+    move(now.phoff);
+    move(now.shoff);
+    std::for_each(now.offsets.begin(), now.offsets.end(), move);
+    for (auto& [offset, size] : now.segments)
+        move(offset);
+    now.phentsize -= before.extra_entsize;
+    now.shentsize -= before.extra_entsize;
+    return write(after, now, '\0');
+}
+
+std::string build_stripped(const elf_draft& before, const std::set<std::string>& removed) {
+    elf_draft after = complete(before);
+    std::erase_if(after.sections, [&](const draft_section& section) {
+        return (section.flags & shf::alloc) == 0 && removed.count(section.name) != 0;
+    });
+    return build_moved(before, after);
+}
+
+std::string difference(const std::string& actual, const std::string& expected) {
+    const auto [one, other] =
+        std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
+    const auto at = static_cast<uint64_t>(one - actual.begin());
+    std::string text = actual == expected
+                           ? ""
+                           : "byte " + std::to_string(at) + " of " + std::to_string(actual.size()) +
+                                 "; expected: " + std::to_string(expected.size());
+    for (uint64_t i = 1; i < get_field(expected, field::e_shnum) && !text.empty(); ++i)
+        if (at - get_field(expected, field::sh_offset, i) < get_field(expected, field::sh_size, i))
+            text += ", in section " + std::to_string(i);
+    return text;
+}
+
+std::string filler(size_t size, size_t seed) {
     std::string bytes(size, '\0');
     for (size_t i = 0; i < size; ++i)
         bytes[i] = static_cast<char>(1 + (seed * 37 + i * 11 + i / 251) % 255);
     return bytes;
-}
-
-std::string build_elf(const elf_draft& draft) {
-    placement parts{draft, draft.sections};
-    std::vector<uint32_t> names = fill_name_table(parts.sections);
-    size_t count = parts.sections.size();
-    parts.offsets.resize(count);
-    parts.file = {
-        0x7f, 'E', 'L', 'F', draft.form.is_64() ? '\2' : '\1', draft.form.big_endian ? '\2' : '\1',
-        '\1'};
-    parts.file.resize(draft.form.is_64() ? 64 : 52);
-    parts.place_tables(PLACE_FIRST);
-    for (size_t i = 0; i < count; ++i) {
-        if (i == count / 2)
-            parts.place_tables(PLACE_MIDDLE);
-        parts.place_section(draft.reversed ? count - 1 - i : i);
-    }
-    parts.place_tables(PLACE_LAST);
-    set_file_header(parts);
-    set_section_headers(parts, names);
-    set_program_headers(parts);
-    return parts.file;
 }
 
 const std::set<std::string> sample_removed = {
@@ -187,76 +270,61 @@ const std::set<std::string> sample_removed = {
     ".debug_line", ".rel.line", ".linfix",       ".rominfo",    ".stab"};
 
 elf_draft sample_draft(const elf_form& form, bool with_symbols) {
+    const uint64_t rela = form.word() * 3, rel = form.word() * 2;
     elf_draft draft{.form = form};
-    uint64_t rela = form.is_64() ? 24 : 12;
-    draft.sections = {
+    std::vector<draft_section>& sections = draft.sections;
+    sections = {
         {".text", sht::progbits, shf::alloc | shf::exec, filler(0x40, 1), 16},
         {".data", sht::progbits, shf::alloc | shf::write, filler(0x21, 2), 8},
-        {".bss", sht::nobits, shf::alloc, "", 8, "", "", 0, 0, 0, 0x800},
+        {".bss", sht::nobits, shf::alloc, filler(0x800, 3), 8},
         {".debug_frame", sht::progbits, shf::alloc, filler(0x13, 3)},
-        {.name = ".comment", .content = filler(0x1d, 4), .gap = 5},
-        {.name = ".debug_info", .content = filler(0x103, 5)},
-        {".rela.debug_info", sht::rela, 0, filler(rela, 6), 4, ".symtab", ".debug_info", rela},
-        {.name = ".debug_line", .content = filler(0x35, 7), .gap = 3},
-        {".rel.line", sht::rel, 0, filler(16, 8), 1, ".symtab", ".debug_line", rela / 3 * 2},
-        {.name = ".debug_types", .content = filler(0x11, 9), .gap = 1},
-        {.name = ".linfix", .content = filler(9, 10)},
-        {.name = ".rominfo", .content = filler(5, 11)},
-        {.name = ".stab", .content = filler(0x4c, 12), .align = 4, .gap = 2},
-        {.name = ".foo.a", .content = filler(7, 13)},
-        {.name = ".foo*", .content = filler(6, 14)},
-        {.name = ".rela.foo.b", .content = filler(3, 15)},
-        {.name = ".reloc", .content = filler(10, 16)},
-        {.name = ".rel", .content = filler(11, 17)},
-        {.name = "", .content = filler(12, 18)},
-        {.name = ".empty", .content = ""},
-        {".rela.text", sht::rela, 0, filler(2 * rela, 19), 8, ".symtab", ".text", rela},
-        {".custom4", 0x70000004, 0, filler(1, 20), 1, ".foo.a", ".data"},
-        {".custom9", 0x60000019, 0, filler(1, 21), 1, ".stab", ".debug_types"},
-        {".custom5", 0x70000005, 0, filler(1, 22), 1, ".rel", ".rela.text"},
-    };
+        {.name = ".debug_info", .content = filler(0x103, 4), .gap = 5},
+        {".rela.debug_info", sht::rela, 0, filler(rela, 5), 4, ".symtab", ".debug_info", rela},
+        {".rela.text", sht::rela, 0, filler(2 * rela, 6), 8, ".symtab", ".text", rela},
+        {".debug_line", sht::progbits, 0, filler(0x35, 7)},
+        {".rel.line", sht::rel, 0, filler(rel, 8), 1, ".symtab", ".debug_line", rel},
+        {".custom4", 0x70000004, 0, filler(1, 9), 1, ".foo.a", ".data"},
+        {".custom9", 0x60000019, 0, filler(1, 10), 1, ".stab", ".debug_types"},
+        {".empty", sht::progbits, 0, ""}};
+    for (const char* name : {".comment", ".linfix", ".debug_types", ".rominfo", ".foo.a", ".stab",
+                             ".foo*", ".rela.foo.b", ".reloc", ".rel", ""})
+        sections.push_back({.name = name,
+                            .content = filler(5 + 7 * sections.size() % 26, sections.size()),
+                            .gap = sections.size() % 4});
     if (with_symbols)
-        draft.sections.insert(
-            draft.sections.end(),
-            {{".symtab", sht::symtab, 0, filler(3 * rela, 23), 8, ".strtab", "", rela},
-             {".symtab_shndx", sht::shndx, 0, filler(12, 24), 4, ".symtab", "", 4}});
-    draft.sections.push_back({".strtab", sht::strtab, 0, filler(0x27, 25)});
+        sections.insert(sections.end(),
+                        {{".symtab", sht::symtab, 0, filler(3 * rela, 23), 8, ".strtab", "", rela},
+                         {".symtab_shndx", sht::shndx, 0, filler(12, 24), 4, ".symtab"}});
+    sections.push_back({".strtab", sht::strtab, 0, filler(0x27, 25)});
     draft.segments = {{".text"},     {".data", 1},      {".comment"}, {".debug_info"},
-                      {".foo.a", 2}, {".rela.text", 4}, {".custom5"}};
+                      {".foo.a", 2}, {".rela.text", 4}, {".custom4"}};
     return draft;
 }
 
-uint64_t field_offset(const std::string& file, field which, uint64_t index) {
-    const field_place& place = field_places[static_cast<size_t>(which)];
-    uint64_t offset = file_is_64(file) ? place.offset64 : place.offset32;
-    if (which >= field::sh_name)
-        return get_field(file, field::e_shoff) + index * get_field(file, field::e_shentsize) +
-               offset;
-    if (which >= field::p_type)
-        return get_field(file, field::e_phoff) + index * get_field(file, field::e_phentsize) +
-               offset;
-    return offset;
-}
-
 uint64_t get_field(const std::string& file, field which, uint64_t index) {
-    uint64_t offset = field_offset(file, which, index);
-    unsigned width = field_width(file, which);
     uint64_t value = 0;
-    if (offset > file.size() || width > file.size() - offset)
-        return 0;
-    for (unsigned i = 0; i < width; ++i) {
-        unsigned shift = 8 * (file_is_big(file) ? width - 1 - i : i);
-        value |= static_cast<uint64_t>(static_cast<uint8_t>(file[offset + i])) << shift;
-    }
+    unsigned shift = 0;
+    visit(file, form_of(file), which, entry_offset(file, which, index), [&](uint64_t at) {
+        value |= uint64_t{static_cast<uint8_t>(file[at])} << shift;
+        shift += 8;
+    });
     return value;
 }
 
 void set_field(std::string& file, field which, uint64_t value, uint64_t index) {
-    uint64_t offset = field_offset(file, which, index);
-    unsigned width = field_width(file, which);
-    if (offset > file.size() || width > file.size() - offset)
-        return;
-    for (unsigned i = 0; i < width; ++i)
-        file[offset + i] =
-            static_cast<char>(value >> (8 * (file_is_big(file) ? width - 1 - i : i)));
+    put_field(file, form_of(file), which, entry_offset(file, which, index), value);
+}
+
+uint64_t field_offset(const std::string& file, field which, uint64_t index) {
+    const field_place& place = field_places[static_cast<size_t>(which)];
+    return entry_offset(file, which, index) +
+           (form_of(file).is_64() ? place.offset64 : place.offset32);
+}
+
+void append_entry(std::string& table, const elf_form& form, uint64_t size,
+                  const field_values& values) {
+    const uint64_t at = table.size();
+    table.resize(at + size);
+    for (const auto& [which, value] : values)
+        put_field(table, form, which, at, value);
 }

@@ -1,8 +1,9 @@
-// Builds small ELF files for tests, of either class and byte order, a case in a few lines.
+// Builds small ELF files for tests, of either class and byte order, a case in a few lines; and what
+// stripping must make of them.
 //
-// A draft lists sections in index order, without section 0; ".shstrtab" is filled in, and appended
-// when the draft has none. Sections lie one behind the other unless the draft says otherwise.
-// Nothing is checked: afterwards any header field can be set to anything.
+// A draft lists sections in index order, without section 0; the table of section names is filled
+// in, and appended when the draft has none. Sections lie one behind the other unless the draft says
+// otherwise. Nothing is checked: afterwards any header field can be set to anything.
 #pragma once
 
 #include <array>
@@ -28,6 +29,7 @@ struct elf_form {
     uint16_t machine;
 
     bool is_64() const { return elfbits == 64; }
+    uint64_t word() const { return is_64() ? 8 : 4; }
 };
 // 64 and 32 bits in little-endian order, then both in big-endian: x86-64, i386, PowerPC64, PowerPC.
 extern const std::array<elf_form, 4> elf_forms;
@@ -36,14 +38,13 @@ struct draft_section {
     std::string name;
     uint32_t type = sht::progbits;
     uint64_t flags = 0;
-    std::string content = {};
+    std::string content = {}; // of sht::nobits only the size counts
     uint64_t align = 1;
     std::string link = {}; // name of the section that sh_link means
     std::string info = {}; // name of the section that sh_info means
     uint64_t entsize = 0;
-    uint64_t gap = 0;         // bytes of no section in front of it
-    uint64_t offset = 0;      // a place of its own in the file; 0: behind the one before
-    uint64_t nobits_size = 0; // sh_size of a section without content
+    uint64_t gap = 0;    // bytes of no section in front of it
+    uint64_t offset = 0; // a place of its own in the file; 0: behind the one before
 };
 
 struct draft_segment {
@@ -51,20 +52,30 @@ struct draft_segment {
     uint64_t skip = 0;   // but begin so far inside it
 };
 
-enum draft_place { PLACE_FIRST, PLACE_MIDDLE, PLACE_LAST };
-
 struct elf_draft {
     elf_form form = elf_forms[0];
     std::vector<draft_section> sections = {};
     std::vector<draft_segment> segments = {};
     uint16_t type = et::exec;
-    draft_place program_table = PLACE_FIRST;
-    draft_place section_table = PLACE_LAST;
-    bool reversed = false;      // the last section lies first in the file
+    std::string order = "P12S"; // of both tables and both halves of the sections in the file
     uint16_t extra_entsize = 0; // bytes by which entries of both tables exceed the standard size
+    std::string name_table = ".shstrtab"; // what it holds already serves section names, too
 };
 
+uint32_t index_of(const elf_draft& draft, const std::string& section); // 0: none
 std::string build_elf(const elf_draft& draft);
+
+// The draft with all section names in their table.
+elf_draft complete(elf_draft draft);
+// What stripping must make of the file of `before` to leave the sections of `after`, which are in
+// the same order, with the contents that they have there. The rule: what lies behind data that
+// shrinks or goes moves down by what is saved, that is by the old size rounded down to the word of
+// the class, less the new one rounded up, to which its section is filled.
+std::string build_moved(const elf_draft& before, elf_draft after);
+// The same without the unallocated sections of these names.
+std::string build_stripped(const elf_draft& before, const std::set<std::string>& removed);
+// How one file differs from another, if it does.
+std::string difference(const std::string& actual, const std::string& expected);
 
 // A draft with a section for each rule of what goes and what stays, of odd sizes and with gaps, and
 // segments in front of, behind and inside what goes. Without symbols it has a ".strtab" all the
@@ -74,7 +85,7 @@ elf_draft sample_draft(const elf_form& form, bool with_symbols = true);
 extern const std::set<std::string> sample_removed;
 
 // `size` bytes, none of them 0, that differ by `seed` and by position.
-std::string filler(size_t size, unsigned seed);
+std::string filler(size_t size, size_t seed);
 
 // clang-format off
 enum class field : uint8_t {
@@ -82,7 +93,8 @@ enum class field : uint8_t {
     e_phnum, e_shentsize, e_shnum, e_shstrndx,
     p_type, p_flags, p_offset, p_vaddr, p_paddr, p_filesz, p_memsz, p_align,
     sh_name, sh_type, sh_flags, sh_addr, sh_offset, sh_size, sh_link, sh_info, sh_addralign,
-    sh_entsize, end
+    sh_entsize,
+    st_name, st_info, st_other, st_shndx, st_value, st_size, r_offset, r_info, r_addend, word
 };
 // clang-format on
 
@@ -92,3 +104,8 @@ uint64_t get_field(const std::string& file, field which, uint64_t index = 0);
 void set_field(std::string& file, field which, uint64_t value, uint64_t index = 0);
 // Where that field lies in the file.
 uint64_t field_offset(const std::string& file, field which, uint64_t index = 0);
+
+using field_values = std::vector<std::pair<field, uint64_t>>;
+// Appends an entry of `size` bytes with these fields.
+void append_entry(std::string& table, const elf_form& form, uint64_t size,
+                  const field_values& values);

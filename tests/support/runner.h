@@ -16,9 +16,8 @@ words split(const std::string& line);
 std::set<std::string> split_set(const std::string& line);
 
 struct run_limits {
-    uint64_t file_size = 0;  // longest file that it may write; 0: no limit
-    uint64_t memory = 0;     // bytes that it may allocate; 0: no limit
-    bool obey_modes = false; // even as root, permission modes bind it
+    uint64_t file_size = 0; // longest file that it may write; 0: no limit
+    uint64_t memory = 0;    // bytes that it may allocate; 0: no limit
 };
 
 struct run_result {
@@ -52,13 +51,18 @@ struct work_place {
     file_state state(const std::string& name) const;
     words list(const std::string& below = "") const; // sorted
 
-    // Runs the built program on the words of a line. Names in it are relative to the directory.
+    // Runs the built program on the words of a line, which the shell splits without looking for
+    // files. Names in it are relative to the directory.
     run_result trim(const std::string& line, const run_limits& limits = {}) const;
     // Runs any program, looked for along PATH.
     run_result command(const std::string& line) const;
 };
 
-// Whether run_limits::obey_modes can be had here.
-bool modes_can_bind();
 // Whether the build is an instrumented one, which takes memory of its own.
-bool is_sanitized_build();
+inline bool is_sanitized_build() {
+#ifdef __SANITIZE_ADDRESS__
+    return true;
+#else
+    return false;
+#endif
+}

@@ -1,0 +1,189 @@
+// Relocations that follow the new symbol numbers, or are made relative to a section; real objects
+// and programs whose symbols were rewritten.
+#include <gtest/gtest.h>
+#include <regex>
+
+#include "support/elf_reader.h"
+#include "support/runner.h"
+#include "support/symbol_builder.h"
+
+namespace {
+
+TEST(relocs, are_renumbered_and_go_with_their_symbols) {
+    for (const elf_form& form : elf_forms)
+        check_strips({.elf = base_draft(form)}, R"(
+-x -bl=a | a lF .text; b gF .text; @.rel.text 3 255 b; @.rel.text 9 1 a; @.rela.data 4 1 a 7;
+           @.rela.data 8 200 b 2147483647; @.rela.text 1 0 '' 9; @.rela.line 1 1 b
+         | b gF .text; @.rel.text 3 255 b; @.rela.data 8 200 b 2147483647; @.rela.text 1 0 '' 9 |
+
+-s -wl=b | T lS .text; a gF .text; L lS .line; b gF .text; @.rel.text 1 1 a; @.rel.text 2 2 b;
+           @.rela.text 3 3 T 5; @.rela.text 5 3 L 1; @.rela.data 3 1 a 1
+         | T lS .text; b gF .text; @.rel.text 2 2 b; @.rela.text 3 3 T 5 |)");
+}
+
+// Also those that count in another symbol table. Other entries than those of relocations are
+// copied.
+TEST(relocs, of_sections_with_other_types_tables_and_entry_sizes) {
+    for (const elf_form& form : elf_forms) {
+        const uint64_t standard = form.word() * 3;
+        for (const draft_section& section :
+             {draft_section{".rela.dyn", sht::rela, shf::alloc, "", 8, ".text", "", standard},
+              draft_section{".rela.dyn", 0x70000014, 0, "", 1, ".symtab", ".data", standard},
+              draft_section{".rela.dyn", sht::rela, 0, "", 8, "", "", 0}}) {
+            elf_draft elf = base_draft(form);
+            elf.sections.push_back(section);
+            elf.sections.push_back(
+                {".rela.odd", 0x70000014, 0, filler(standard * 2, 7), 1, "", "", 8});
+            check_strips({.elf = elf}, R"(
+-x | a gF .line; b gF .text; @.rela.dyn 1 1 b 1; @.rela.dyn 2 2 a 2 | b gF .text; @.rela.dyn 1 1 b 1 |)");
+        }
+    }
+}
+
+const std::string relative_to_section = R"(
+-s --convert-to-secrel-reloc | T lS .text 8; f gF .text 20; g gF .text; @.rela.text 4 77 f 3;
+           @.rela.text 8 1 T 5 | T lS .text 8; @.rela.text 4 77 T 15; @.rela.text 8 1 T 5 |
+
+-s --convert-to-secrel-reloc | f gF .text 20; T lS .text; g gF .text 8; @.rela.text 4 1 f 3;
+           @.rela.text 8 1 g 3 | T lS .text; @.rela.text 8 1 T 11 |
+
+-s --convert-to-secrel-reloc | T lS .text; f gF .text 20; U lS .text 4; g gF .text 20;
+           @.rela.text 4 1 f 3; @.rela.text 8 1 g 3 | T lS .text; U lS .text 4; @.rela.text 8 1 U 19 |
+
+-s --convert-to-secrel-reloc -bl=x | T lS .text; d gO .data; u gN ''; a gN ABS; n gN ABS; s.c lf .text;
+           x gF .text; y..y lF .text; l lF .line; @.rela.text 1 1 d; @.rela.text 2 2 u 1;
+           @.rela.text 3 3 a 1; @.rela.text 4 4 s.c; @.rela.text 5 1 x; @.rela.text 6 1 y..y;
+           @.rela.text 7 1 l | T lS .text; d gO .data; u gN ''; a gN ABS;
+           @.rela.text 1 1 d; @.rela.text 2 2 u 1; @.rela.text 3 3 a 1 |
+
+--idll --no-keep-used-common | D lS .data; c gC .data 4; u gC COM 8; _init gF .data 4; @.rela.data 1 1 c;
+           @.rela.data 2 1 u; @.rela.data 3 2 _init
+         | D lS .data; u gC COM 8; _init gF .data 4; @.rela.data 1 1 D 4; @.rela.data 2 1 u;
+           @.rela.data 3 2 _init |
+
+--idll | D lS .data; c gC .data 4; u gC COM 8; v gC COM; @.rela.data 1 1 c; @.rela.data 2 1 u
+       | D lS .data; c gC .data 4; u gC COM 8; @.rela.data 1 1 c; @.rela.data 2 1 u |
+
+-s --convert-to-secrel-reloc -X2 | T lS .text 8; f gF .text 20; @.rel.text 4 250 f
+         | T lS .text 8; @.rel.text 4 250 T |
+
+-s --convert-to-secrel-reloc -X2 -X1 | T lS .text; f gF .text 2; g gF .text 2; @.rel.text 4 1 f;
+           @.rela.text 4 9 g 1 | T lS .text; f gF .text 2; @.rel.text 4 1 f; @.rela.text 4 9 T 3 |)";
+
+const std::string simple_types = R"(
+-s --convert-to-secrel-reloc -X3 | T lS .text; f gF .text 4; g gF .text; @.rel.text 4 0 f;
+           @.rel.text 5 1 f; @.rel.text 6 2 g
+         | T lS .text; @.rel.text 4 0 T; @.rel.text 5 1 T; @.rel.text 6 2 T |
+
+-s --convert-to-secrel-reloc | T lS .text; f gF .text 4; g gF .text 4; @.rel.text 4 1 f; @.rel.data 8 3 f;
+           @.rela.data 8 1 g 1
+         | T lS .text; f gF .text 4; @.rel.data 8 3 f; @.rel.text 4 1 f; @.rela.data 8 1 T 5 |)";
+
+TEST(relocs, become_relative_to_the_section) {
+    for (const elf_form& form : elf_forms) {
+        check_strips({.elf = base_draft(form)}, relative_to_section);
+        if (form.big_endian) // another machine, where none is simple
+            check_strips({.elf = base_draft(form)}, R"(
+-s --convert-to-secrel-reloc | T lS .text; f gF .text 4; @.rel.text 4 1 f
+                             | T lS .text; f gF .text 4; @.rel.text 4 1 f |)");
+        else
+            check_strips({.elf = base_draft(form)}, simple_types);
+    }
+}
+
+TEST(relocs, addends_at_their_limits) {
+    const std::string begin = "-s --convert-to-secrel-reloc | T lS .text 40; f gF .text 20; g gF "
+                              ".text 60; @.rela.text 4 1 ";
+    const std::string after = "| T lS .text 40; @.rela.text 4 1 T ";
+    const std::string overflow = "| (left) objtrim: fatal: ELF file overflow |";
+    for (const elf_form& form : elf_forms)
+        check_strips({.elf = base_draft(form)},
+                     form.is_64() ? begin + "f 5" + after + "-15 |"
+                                  : begin + "g 2147483627" + after + "2147483647 |" + begin +
+                                        "g 2147483628" + overflow + begin + "f 2147483668" + after +
+                                        "2147483648 |" + begin + "f 2147483667" + overflow);
+}
+
+TEST(relocs, of_thumb_functions_get_their_bit) {
+    for (const elf_form& form : elf_forms) {
+        elf_draft elf = base_draft(form);
+        if (form.big_endian)
+            elf.form.machine = 40;
+        check_strips({.elf = elf}, std::string(R"(
+-s --convert-to-secrel-reloc | T lS .text; f gF .text 4 2 1; g gF .text 4 0 1; h gF .text 4 2 2; o gO .text 4 2 1;
+           @.rela.text 1 1 f 2; @.rela.text 2 1 g 2; @.rela.text 3 1 h 2; @.rela.text 4 1 o 2; @.rela.text 5 1 f 1
+         | T lS .text; @.rela.text 1 1 T )") +
+                                       (form.big_endian ? "7" : "6") + R"(; @.rela.text 2 1 T 6;
+           @.rela.text 3 1 T 6; @.rela.text 4 1 T 6; @.rela.text 5 1 T 5 |)");
+    }
+}
+
+// The string table of an object is of any size; only one that does not grow by rounding fits.
+TEST(relocs, an_object_still_links) {
+    work_place place;
+    place.put("part.c", R"(
+int NAME(int x) { static int calls; return x + calls++; }
+int numbers[] = {1, 2, 3};
+int (*table[])(int) = {NAME, NAME};
+)");
+    place.put("main.c", R"(
+#include <stdio.h>
+extern int (*table[])(int), numbers[];
+int main(void) { printf("%d\n", table[0](20) + table[1](numbers[2])); return 7; }
+)");
+    int fitting = 0;
+    for (std::string name = "f"; name.size() <= 8; name += 'x') {
+        if (place.command("gcc -g -O1 -c part.c -DNAME=" + name).status != 0 ||
+            place.command("gcc -o prog main.c part.o").status != 0)
+            GTEST_SKIP() << "gcc cannot build programs here";
+        const std::string before = place.get("part.o");
+        const run_result result = place.trim("-stripreloc part.o");
+        if (section_content(before, ".strtab").size() % 8 != 0) {
+            EXPECT_NE(result.err.find("on line 991 in objtrim"), std::string::npos) << result.err;
+            EXPECT_EQ(place.get("part.o"), before);
+            continue;
+        }
+        ++fitting;
+        EXPECT_EQ(result.err, "");
+        EXPECT_LT(place.get("part.o").size(), before.size());
+        EXPECT_EQ(place.command("gcc -o prog main.c part.o").err, "");
+        EXPECT_EQ(place.command("./prog").out, "24\n");
+        EXPECT_EQ(place.command("readelf -aW part.o").err, "");
+    }
+    EXPECT_EQ(fitting, 1);
+}
+
+TEST(relocs, a_static_program_without_symbols_runs) {
+    work_place place;
+    place.put("main.c",
+              "#include <stdio.h>\nint main(void) { printf(\"%d\\n\", 42); return 7; }\n");
+    if (place.command("gcc -g -static -o prog main.c").status != 0)
+        GTEST_SKIP() << "gcc cannot build static programs here";
+    const uint64_t size = place.get("prog").size();
+    EXPECT_EQ(place.trim("-s prog").err, "");
+    EXPECT_LT(place.get("prog").size(), size);
+    EXPECT_EQ(place.command("./prog").out, "42\n");
+    EXPECT_EQ(place.command("readelf -aW prog").err, "");
+}
+
+TEST(relocs, kept_ones_of_a_program_name_the_same_symbols) {
+    work_place place;
+    place.put("main.c", R"(
+int a_long_name_that_goes, data[4];
+static int part(int x) { return data[x] + a_long_name_that_goes; }
+int (*table[])(int) = {part};
+void _start(void) { for (;;) table[data[1]](2); }
+)");
+    if (place.command("gcc -O1 -static -nostdlib -fno-pie -no-pie -Wl,--emit-relocs -o prog main.c")
+            .status != 0)
+        GTEST_SKIP() << "gcc cannot build such a program here";
+    const auto named = [&] {
+        return place.command("readelf -rW prog | awk '{ print $1, $3, $5, $7 }'").out;
+    };
+    const std::string before = named();
+    EXPECT_EQ(place.trim("-r=.none -bl=a_long_name_that_goes prog").err, "");
+    EXPECT_NE(before.find("data"), std::string::npos);
+    EXPECT_EQ(named(), std::regex_replace(before, std::regex("[^\n]*a_long.*\n"), ""));
+}
+
+} // namespace
