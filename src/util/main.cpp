@@ -6,8 +6,10 @@
 #include "shared/genfile.h"
 #include "shared/genout.h"
 #include "shared/indgeninit.h"
+#include "util/coffstrip.h"
 #include "util/elfstrip.h"
 #include "util/options.h"
+#include "util/pestrip.h"
 
 namespace {
 
@@ -39,9 +41,8 @@ void route(gen_stream_ptr stream, const char* name, const objinfo& info) {
         break;
     case OBJ_PECOFF:
         if (known || forced_kind)
-            refuse_for_now(name, "PE/COFF images");
-        else
-            gen_error("file '%s' is not a known PE/COFF type", name);
+            return pecoff_strip(std::move(stream), name, info);
+        gen_error("file '%s' is not a known PE/COFF type", name);
         break;
     case OBJ_ARCHIVE:
     case OBJ_ARCHIVE64:
@@ -51,9 +52,8 @@ void route(gen_stream_ptr stream, const char* name, const objinfo& info) {
         return;
     default:
         if (forced_kind || (known && (info.kind == OBJ_COFF || info.kind == OBJ_XCOFF)))
-            refuse_for_now(name, "COFF files");
-        else
-            gen_error("file '%s' is not COFF/ELF", name);
+            return coff_strip(std::move(stream), name, info);
+        gen_error("file '%s' is not COFF/ELF", name);
     }
     close_operand(name, std::move(stream));
 }

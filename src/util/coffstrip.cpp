@@ -1,0 +1,296 @@
+// COFF files: symbols, line numbers and strings are their last things. The string table moves to
+// where the first of these began, and the file ends behind it.
+#include "util/coffstrip.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <optional>
+#include <utility>
+
+#include "shared/genmem.h"
+#include "shared/genout.h"
+#include "util/fieldimage.h"
+#include "util/report.h"
+
+bool coff_wide_counts;
+
+namespace {
+
+constexpr obj_kind wide_kind = OBJ_COFF4;
+constexpr uint32_t wide_counts_target = 20;
+
+// How the fields of one file lie.
+struct coff_form {
+    bool big_endian;
+    uint32_t sym_entry_size;
+    bool wide_entries; // addresses are followed by a high word
+    bool wide_counts;  // counts of section headers have four bytes, the second half of which counts
+    bool ti;           // target id, counts of 32 bits, reserved and page fields
+};
+
+struct coff_header {
+    uint16_t f_magic = 0;
+    uint16_t f_nscns = 0;
+    uint32_t f_timdat = 0;
+    uint32_t f_symptr = 0;
+    uint32_t f_nsyms = 0;
+    uint16_t f_opthdr = 0;
+    uint16_t f_flags = 0;
+    uint16_t target_id = 0;
+};
+
+struct coff_section {
+    uint8_t s_name[8] = {};
+    uint32_t addresses[6] = {}; // s_paddr, s_vaddr, s_size, s_scnptr, s_relptr, s_lnnoptr
+    uint32_t s_nreloc = 0;
+    uint32_t s_nlnno = 0;
+    uint32_t s_flags = 0;
+    uint16_t reserved = 0;
+    uint16_t page = 0;
+};
+constexpr size_t s_lnnoptr = 5; // in addresses
+
+coff_form form_of(const objinfo& info) {
+    coff_wide_counts = coff_wide_counts || info.target == wide_counts_target;
+    return {info.big_endian, info.sym_entry_size, info.kind == wide_kind, coff_wide_counts,
+            ti_coff};
+}
+
+uint64_t header_size(const coff_form& form) {
+    return form.ti ? 22 : 20;
+}
+
+uint64_t section_header_size(const coff_form& form) {
+    const uint64_t addresses = form.wide_entries ? 48 : 24;
+    const uint64_t counts = form.ti || form.wide_counts ? 8 : 4;
+    return 8 + addresses + counts + 4 + (form.ti ? 4 : 0);
+}
+
+coff_header read_header(field_image& image, const coff_form& form) {
+    coff_header header;
+    header.f_magic = image.get16();
+    header.f_nscns = image.get16();
+    header.f_timdat = image.get32();
+    header.f_symptr = image.get32();
+    header.f_nsyms = image.get32();
+    header.f_opthdr = image.get16();
+    header.f_flags = image.get16();
+    if (form.ti)
+        header.target_id = image.get16();
+    return header;
+}
+
+void write_header(field_image& image, const coff_form& form, const coff_header& header) {
+    image.put16(header.f_magic);
+    image.put16(header.f_nscns);
+    image.put32(header.f_timdat);
+    image.put32(header.f_symptr);
+    image.put32(header.f_nsyms);
+    image.put16(header.f_opthdr);
+    image.put16(header.f_flags);
+    if (form.ti)
+        image.put16(header.target_id);
+}
+
+// The high word says nothing unless it is more than the sign of the low one.
+uint32_t read_address(field_image& image, const coff_form& form) {
+    const uint32_t low = image.get32();
+    const uint32_t high = form.wide_entries ? image.get32() : 0;
+    const bool sign_extension = high == UINT32_MAX && (low & 0x80000000) != 0;
+    if (high != 0 && !sign_extension)
+        gen_warning("64-bit entries not supported!");
+    return low;
+}
+
+uint32_t read_count(field_image& image, const coff_form& form) {
+    if (form.ti)
+        return image.get32();
+    if (form.wide_counts)
+        image.get16();
+    return image.get16();
+}
+
+coff_section read_section(field_image& image, const coff_form& form) {
+    coff_section section;
+    for (uint8_t& byte : section.s_name)
+        byte = image.get8();
+    for (uint32_t& address : section.addresses)
+        address = read_address(image, form);
+    section.s_nreloc = read_count(image, form);
+    section.s_nlnno = read_count(image, form);
+    section.s_flags = image.get32();
+    if (form.ti) {
+        section.reserved = image.get16();
+        section.page = image.get16();
+    }
+    return section;
+}
+
+// Four zero bytes, and an offset into the string table.
+bool is_long_name(const coff_section& section) {
+    return std::all_of(section.s_name, section.s_name + 4, [](uint8_t byte) { return byte == 0; });
+}
+
+// Every field in its standard width, whatever it had; but a name that stands in the header is
+// written with the zero that ends it, which makes the header a byte longer.
+void write_section(field_image& image, const coff_form& form, const coff_section& section) {
+    for (uint8_t byte : section.s_name)
+        image.put8(byte);
+    if (!is_long_name(section))
+        image.put8(0);
+    for (uint32_t address : section.addresses)
+        image.put32(address);
+    if (form.ti) {
+        image.put32(section.s_nreloc);
+        image.put32(section.s_nlnno);
+    } else {
+        image.put16(static_cast<uint16_t>(section.s_nreloc));
+        image.put16(static_cast<uint16_t>(section.s_nlnno));
+    }
+    image.put32(section.s_flags);
+    if (form.ti) {
+        image.put16(section.reserved);
+        image.put16(section.page);
+    }
+}
+
+// What is to be done with one file.
+struct coff_plan {
+    uint64_t sections_at = 0; // where the section headers begin
+    int32_t lines_at = 0;     // the lowest s_lnnoptr; 0 without line numbers
+    uint32_t cut_at = 0;      // where the first thing that goes begins
+    uint64_t strings_at = 0;
+};
+
+int32_t lowest_line_pointer(field_image& image, const coff_form& form, uint16_t count) {
+    std::optional<int32_t> lowest;
+    for (unsigned i = 0; i < count; ++i) {
+        const coff_section section = read_section(image, form);
+        const int32_t pointer = static_cast<int32_t>(section.addresses[s_lnnoptr]);
+        if (section.s_nlnno != 0)
+            lowest = lowest ? std::min(*lowest, pointer) : pointer;
+    }
+    return lowest.value_or(0);
+}
+
+// False after a report of damage: the file is not to be touched.
+bool make_plan(const char* name, field_image& image, const coff_form& form,
+               const coff_header& header, uint64_t file_size, coff_plan& plan) {
+    plan.sections_at = header_size(form) + header.f_opthdr;
+    const uint64_t headers_end =
+        plan.sections_at + uint64_t{header.f_nscns} * section_header_size(form);
+    if (headers_end > image.bytes.size())
+        return report_damage(name, "%u section headers reach past the end of the file",
+                             unsigned{header.f_nscns});
+    image.at = plan.sections_at;
+    plan.lines_at = lowest_line_pointer(image, form, header.f_nscns);
+
+    int32_t cut_at = static_cast<int32_t>(header.f_symptr);
+    if (plan.lines_at != 0)
+        cut_at = std::min(cut_at, plan.lines_at);
+    if (cut_at < 0 || static_cast<uint64_t>(cut_at) > file_size)
+        return report_damage(name,
+                             "symbols or line numbers begin at 0x%" PRIx32 ", outside the file",
+                             static_cast<uint32_t>(cut_at));
+    if (cut_at != 0 && static_cast<uint64_t>(cut_at) < headers_end)
+        return report_damage(name,
+                             "symbols or line numbers begin at 0x%" PRIx32 ", inside the headers",
+                             static_cast<uint32_t>(cut_at));
+    plan.cut_at = static_cast<uint32_t>(cut_at);
+    plan.strings_at = header.f_symptr + uint64_t{form.sym_entry_size} * header.f_nsyms;
+    if (plan.strings_at > UINT32_MAX)
+        return report_damage(name, "f_nsyms %" PRIu32 " is too large", header.f_nsyms);
+    return true;
+}
+
+// Takes the line numbers out of the section headers, each read where the one before ended.
+void clear_line_numbers(field_image& image, const coff_form& form, const coff_header& header,
+                        const coff_plan& plan) {
+    image.at = plan.sections_at;
+    for (unsigned i = 0; i < header.f_nscns; ++i) {
+        const uint64_t start = image.at;
+        coff_section section = read_section(image, form);
+        section.addresses[s_lnnoptr] = 0;
+        section.s_nlnno = 0;
+        image.at = start;
+        write_section(image, form, section);
+    }
+}
+
+uint32_t read_string_table_size(gen_stream& stream, const coff_form& form, uint64_t at) {
+    field_image word = read_field_image(stream, at, 4, form.big_endian);
+    return word.bytes.size() == 4 ? word.get32() : 0;
+}
+
+// Moves `size` bytes towards the start of the file. False after a report.
+bool move_strings(gen_stream& stream, const char* name, const coff_plan& plan, uint64_t size) {
+    constexpr uint64_t piece_size = 256 * 1024;
+    if (size > stream.size - plan.strings_at) {
+        gen_error("unable to read string table in %s", name);
+        return false;
+    }
+    const gen_block piece = gen_new_block(std::min(size, piece_size));
+    for (uint64_t done = 0; done < size && plan.strings_at != plan.cut_at;) {
+        const uint64_t wanted = std::min(size - done, piece.size);
+        gen_seek(stream, static_cast<int64_t>(plan.strings_at + done), GEN_SEEK_SET);
+        if (gen_read_stream(stream, piece.bytes.get(), wanted) != wanted) {
+            gen_error("unable to read string table in %s", name);
+            return false;
+        }
+        gen_seek(stream, static_cast<int64_t>(plan.cut_at + done), GEN_SEEK_SET);
+        if (gen_write_stream(stream, piece.bytes.get(), wanted) != wanted) {
+            gen_error("unable to write string table in %s", name);
+            return false;
+        }
+        done += wanted;
+    }
+    return true;
+}
+
+// The new length of the file, or nothing after a report.
+std::optional<uint64_t> strip_in_place(gen_stream& stream, const char* name, const coff_form& form,
+                                       const objinfo& info) {
+    field_image first = read_field_image(stream, 0, header_size(form), form.big_endian);
+    if (first.bytes.size() < header_size(form)) {
+        report_damage(name, "the file header reaches past the end of the file");
+        return std::nullopt;
+    }
+    coff_header header = read_header(first, form);
+    if (header.f_nsyms == 0) {
+        gen_warning("%s has no symbols", name);
+        return std::nullopt;
+    }
+    // Section headers may grow by a byte each when they are written back.
+    const uint64_t head_size =
+        header_size(form) + header.f_opthdr + header.f_nscns * (section_header_size(form) + 1);
+    field_image image = read_field_image(stream, 0, head_size, form.big_endian);
+    coff_plan plan;
+    if (!make_plan(name, image, form, header, stream.size, plan))
+        return std::nullopt;
+    const bool has_symbols_at = header.f_symptr != 0;
+    header.f_magic = static_cast<uint16_t>(info.machine);
+    header.f_symptr = plan.cut_at;
+    header.f_nsyms = 0;
+    image.at = 0;
+    write_header(image, form, header);
+    if (plan.lines_at != 0)
+        clear_line_numbers(image, form, header, plan);
+    if (!write_field_image(stream, name, image))
+        return std::nullopt;
+
+    uint32_t size = 0;
+    if (has_symbols_at && plan.strings_at != 0)
+        size = read_string_table_size(stream, form, plan.strings_at);
+    if (size != 0 && !move_strings(stream, name, plan, size))
+        return std::nullopt;
+    return uint64_t{plan.cut_at} + size;
+}
+
+} // namespace
+
+void coff_strip(gen_stream_ptr stream, const char* name, const objinfo& info) {
+    const std::optional<uint64_t> length = strip_in_place(*stream, name, form_of(info), info);
+    gen_safe_fclose(name, "executable", std::move(stream));
+    if (length && gen_set_length(name, *length) != 0)
+        gen_error("unable to shrink %s", name);
+}

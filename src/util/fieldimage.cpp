@@ -1,0 +1,41 @@
+// Field images: two loops over bytes, and one read and one write.
+#include "util/fieldimage.h"
+
+#include <algorithm>
+
+uint64_t field_image::get(unsigned width) {
+    uint64_t value = 0;
+    const bool present = at <= bytes.size() && width <= bytes.size() - at;
+    for (unsigned i = 0; i < width && present; ++i)
+        value |= static_cast<uint64_t>(bytes[at + i]) << (8 * (big_endian ? width - 1 - i : i));
+    at += width;
+    return value;
+}
+
+void field_image::put(uint64_t value, unsigned width) {
+    if (at + width > bytes.size())
+        bytes.resize(at + width);
+    for (unsigned i = 0; i < width; ++i)
+        bytes[at + i] = static_cast<std::byte>(value >> (8 * (big_endian ? width - 1 - i : i)));
+    at += width;
+    changed_end = std::max(changed_end, at);
+}
+
+field_image read_field_image(gen_stream& stream, uint64_t at, uint64_t size, bool big_endian) {
+    field_image image;
+    image.big_endian = big_endian;
+    image.file_at = at;
+    const uint64_t available = at < stream.size ? std::min(size, stream.size - at) : 0;
+    image.bytes.resize(available);
+    if (gen_seek(stream, static_cast<int64_t>(at), GEN_SEEK_SET) != 0)
+        image.bytes.clear();
+    else
+        image.bytes.resize(gen_read_stream(stream, image.bytes.data(), available));
+    return image;
+}
+
+bool write_field_image(gen_stream& stream, const char* name, const field_image& image) {
+    gen_safe_fseek64(name, &stream, static_cast<int64_t>(image.file_at), GEN_SEEK_SET);
+    const int64_t size = static_cast<int64_t>(image.changed_end);
+    return gen_safe_fwrite64(name, image.bytes.data(), 1, image.changed_end, &stream) == size;
+}

@@ -1,0 +1,34 @@
+// The head of a COFF or PE file in memory: read once, changed field by field, written back once.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "shared/genfile.h"
+
+// Fields are read and written where `at` stands, which moves on. A field that reaches past the end
+// reads as 0; a write there makes the image longer.
+struct field_image {
+    std::vector<std::byte> bytes;
+    bool big_endian = false;
+    uint64_t file_at = 0; // where in the file the image lies
+    uint64_t at = 0;
+    uint64_t changed_end = 0; // no byte behind this was written
+
+    uint8_t get8() { return static_cast<uint8_t>(get(1)); }
+    uint16_t get16() { return static_cast<uint16_t>(get(2)); }
+    uint32_t get32() { return static_cast<uint32_t>(get(4)); }
+    void put8(uint8_t value) { put(value, 1); }
+    void put16(uint16_t value) { put(value, 2); }
+    void put32(uint32_t value) { put(value, 4); }
+
+private:
+    uint64_t get(unsigned width);
+    void put(uint64_t value, unsigned width);
+};
+
+// Up to `size` bytes at `at`: fewer when the file ends before.
+field_image read_field_image(gen_stream& stream, uint64_t at, uint64_t size, bool big_endian);
+// Writes what was changed back to its place. False after a report.
+bool write_field_image(gen_stream& stream, const char* name, const field_image& image);
