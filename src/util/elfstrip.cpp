@@ -143,17 +143,22 @@ void finish(strip_job& job) {
         gen_fatal(status_failure, "can't rename %s to %s", job.result_name.c_str(), job.name);
 }
 
-// False when there is nothing to change, or after a report of damage.
+// False when there is nothing to change, or after a report of damage. Damage is told before any
+// assertion of the rewrite can fire, as soon as it is certain that the file changes.
 bool plan_changes(elf_image& image, strip_plan& plan) {
     plan.sections = plan_sections(image);
-    if (!read_symbols(image, plan.sections, plan.symbols) ||
+    const bool removes = removes_sections(plan.sections);
+    if ((removes && !removal_is_safe(image, plan.sections)) ||
+        !read_symbols(image, plan.sections, plan.symbols) ||
         !read_relocations(image, plan.sections, plan.symbols, plan.relocations))
+        return false;
+    if (removes && !relocations_are_sound(image, plan.symbols, plan.relocations))
         return false;
     if (plan.symbols.present)
         rewrite_symbols(image, plan.sections, plan.symbols);
-    if (!removes_sections(plan.sections) && !drops_symbols(plan.symbols))
-        return false;
-    return removal_is_safe(image, plan.sections) &&
+    if (removes)
+        return true;
+    return drops_symbols(plan.symbols) &&
            relocations_are_sound(image, plan.symbols, plan.relocations);
 }
 
