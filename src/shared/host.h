@@ -30,6 +30,7 @@ struct host_status {
     uint32_t mode = 0; // permission bits, with the set-id bits
     uint32_t owner = 0;
     uint32_t group = 0;
+    int64_t modified = 0; // seconds since 1970
     bool is_directory = false;
     bool is_regular = false;
 };
@@ -37,6 +38,8 @@ struct host_status {
 // The status of what `name` denotes, links followed; nothing when there is no such thing, or when
 // it cannot be looked at (errno says why).
 std::optional<host_status> host_status_of(const char* name);
+// The same of the name itself: a link is neither directory nor regular file.
+std::optional<host_status> host_status_of_link(const char* name);
 // Whether the name itself is in use, be it by a link that leads nowhere.
 bool host_name_taken(const char* name);
 // Whether there is a `name` that can be opened for reading.
@@ -55,12 +58,22 @@ int host_delete(const char* name);
 int host_set_length(const char* name, uint64_t length);
 int host_set_mode(const char* name, uint32_t mode);
 
+// Directories. The names in one, without "." and "..", in no order; nothing when it cannot be read.
+int host_make_directory(const char* name, uint32_t mode); // errno EEXIST: the name is taken
+int host_remove_directory(const char* name);              // which has to be empty
+std::optional<std::vector<std::string>> host_list_directory(const char* name);
+// Whether the name itself, no link, is a directory of the user's own that others cannot write to.
+bool host_is_private_directory(const char* name);
+// Removes what the name denotes, a directory with all that is in it. Never follows a link.
+int host_remove_tree(const char* name);
+
 enum class host_access {
-    read,             // must exist
-    update,           // must exist; read and write
-    create,           // write, made or emptied
-    create_exclusive, // write, must not exist, readable by the owner only
-    append            // write, made if missing, contents kept
+    read,                    // must exist
+    update,                  // must exist; read and write
+    create,                  // write, made or emptied
+    create_exclusive,        // write, must not exist, readable by the owner only
+    create_exclusive_update, // read and write, must not exist; permissions as the user's mask says
+    append                   // write, made if missing, contents kept
 };
 
 // A descriptor, or -1. Never waits for a partner, as opening a FIFO otherwise would.
@@ -93,6 +106,21 @@ std::string host_user_name();        // of the effective user; empty when unknow
 std::string host_home_directory();   // of the effective user; empty when unknown
 std::string host_network_name();     // empty when unknown
 uint32_t host_process_id();
+bool host_process_is_alive(uint32_t id); // also when it is another user's
+uint64_t host_machine_id();              // the same number at each call on this machine
+
+int64_t host_time(); // seconds since 1970
+void host_sleep(uint32_t milliseconds);
+
+// A lock file: made exclusively, never through a link, for reading and writing, and gone as soon as
+// it is closed or its owner ends, as far as the host can do that.
+enum class host_lock_outcome {
+    held,
+    contended, // someone else has it, or is about to
+    failed     // errno says why
+};
+host_lock_outcome host_create_lock(const char* name, int& descriptor);
+int host_close_lock(int descriptor, const char* name);
 
 // Prepares the process: memory priority, the socket library, signals that would end a write,
 // standard descriptors that the parent left closed (a file must not come to stand in their place).
