@@ -67,6 +67,7 @@ static host_status status_from(const struct stat& from) {
     status.mode = static_cast<uint32_t>(from.st_mode & 07777);
     status.owner = from.st_uid;
     status.group = from.st_gid;
+    status.modified = static_cast<int64_t>(from.st_mtime);
     status.is_directory = S_ISDIR(from.st_mode);
     status.is_regular = S_ISREG(from.st_mode);
     return status;
@@ -164,6 +165,8 @@ static int open_flags(host_access access) {
         return always | O_WRONLY | O_CREAT | O_TRUNC;
     case host_access::create_exclusive:
         return always | O_WRONLY | O_CREAT | O_EXCL;
+    case host_access::create_exclusive_update:
+        return always | O_RDWR | O_CREAT | O_EXCL;
     case host_access::append:
         return always | O_WRONLY | O_CREAT;
     }
