@@ -59,5 +59,5 @@ struct ar_handler_table {
 // Visits every member in order, and hands each to the handler of its kind. A file that is no
 // archive is handed over as a whole. The result of the last member dispatched, 0 when there was
 // none: members that cannot be identified do not count. A file that cannot be opened ends the
-// program. Members are identified by their own names; handlers may walk nothing themselves.
+// program. Members are identified by their own names. Handlers must not read another archive.
 int32_t ar_walk(const char* archive_name, const ar_handler_table& handlers);
