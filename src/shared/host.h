@@ -20,6 +20,7 @@ enum class host_path_rules {
 
 extern const host_path_rules host_paths;
 extern const char host_separator;        // the one that is written between directory and name
+extern const char host_line_end[];       // of text files
 extern const char host_program_suffix[]; // what program files end in: ".exe", or nothing
 
 // What a name or an open file denotes.
