@@ -73,6 +73,7 @@ TEST_F(genlock, only_dead_and_aged_locks_are_taken_over) {
         EXPECT_EQ(place.list().empty(), row.taken);
         host_remove_tree("p.lock._rlock");
     }
+    waitpid(child, nullptr, 0);
 }
 
 TEST_F(genlock, what_stands_in_the_place_of_a_lock_is_never_followed) {
