@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
     const bool is_sound = argc == 4 && strcmp(argv[1], "-rc") == 0 && argv[2][0] != '\0' &&
                           argv[3][0] == '@' && argv[3][1] != '\0';
     if (!is_sound) {
-        gen_plain("usage: lbm -rc archive @listfile");
+        gen_error("usage: lbm -rc archive @listfile");
         gen_exit(status_failure);
     }
     if (!run(argv[2], argv[3] + 1))
