@@ -12,9 +12,9 @@
 
 namespace {
 
-// No host has longer names; without a limit, a table of one endless name would be gone through for
-// every member that refers to it.
-constexpr size_t longest_name = 32 * 1024;
+// No file is named at such a length; without a limit, a table of one endless name would be gone
+// through for every member that refers to it.
+constexpr size_t longest_name = 4096;
 constexpr size_t cut_length = 15; // characters of a name that was cut off to fit its field
 
 struct name_table {
