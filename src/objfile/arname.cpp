@@ -4,6 +4,7 @@
 #include "objfile/arname.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "objfile/arfield.h"
 #include "shared/genmem.h"
@@ -11,9 +12,9 @@
 
 namespace {
 
-// No host has longer names; without a limit, a table of one endless name would be gone through for
-// every member that refers to it.
-constexpr size_t longest_name = 32 * 1024;
+// No file is named at such a length; without a limit, a table of one endless name would be gone
+// through for every member that refers to it.
+constexpr size_t longest_name = 4096;
 constexpr size_t cut_length = 15; // characters of a name that was cut off to fit its field
 
 struct name_table {
@@ -57,15 +58,13 @@ void prepare_filenames(gen_block& block) {
 
 // Where the name at the offset ends; nothing if that is too far away.
 std::optional<size_t> end_of_name(std::string_view text, size_t offset) {
-    const std::string_view near = text.substr(offset, longest_name);
-    const auto ends = [](char c) {
-        return c == '\0' || (!table.nul_terminated && (c == '/' || c == '\n'));
-    };
-    const size_t length =
-        static_cast<size_t>(std::find_if(near.begin(), near.end(), ends) - near.begin());
-    if (length == longest_name)
+    static constexpr char ends[] = {'/', '\n', '\0'};
+    std::string_view name = text.substr(offset, longest_name);
+    for (size_t i = table.nul_terminated ? 2 : 0; i < sizeof ends; ++i)
+        name = name.substr(0, name.find(ends[i]));
+    if (name.size() == longest_name)
         return std::nullopt;
-    return offset + length;
+    return offset + name.size();
 }
 
 // "/" and the offset in digits; in one style of tables a blank also serves.

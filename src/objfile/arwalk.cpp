@@ -44,6 +44,7 @@ void visit(archive_walk& walk, const ar_member& member) {
         call(walk, walk.handlers.symbol_index);
     else if (const objinfo* const info = obj_identify(walk.headers.get(), member.name.c_str()))
         dispatch(walk, info->kind);
+    walk.context.member = nullptr;
 }
 
 void walk_chain(archive_walk& walk, obj_kind kind) {
