@@ -2,9 +2,13 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
+#include "support/child.h"
 #include "support/coff_builder.h"
+#include "util/coffstrip.h"
 
 namespace {
+
+struct wide_coffstrip : placed_test {};
 
 constexpr auto NONE = coff_draft::NO_LINES;
 constexpr auto BEFORE = coff_draft::LINES_BEFORE;
@@ -57,36 +61,67 @@ const coff_draft drafts[] = {
     {"\x60\x01", 24, BEFORE, mixed},
     {"\x01\x60", 24, NONE, {}, true},
     {zero + "\xC2", 18, BEHIND, inlined, true, true},
+    {"zz", 0, BEFORE, mixed},
+    {"\x07\x01", 12},
 };
 
 TEST(coffstrip, every_form) {
     for (const coff_draft& draft : drafts) {
         SCOPED_TRACE(&draft - drafts);
         const std::string bytes = build_coff(draft).bytes;
-        expect_result(bytes, "", stripped(draft, bytes), "-o=out -a");
+        const bool forced = draft.entry_size < 18;
+        expect_result(bytes, "", stripped(draft, bytes), forced ? "-F" : "-o=out -a");
     }
     const std::string bytes = build_coff({zero + "\x89", 18, NONE, mixed, true}).bytes;
     expect_result(bytes, "", stripped(drafts[5], bytes).replace(0, 2, zero + "\x88"));
 }
 
+// For COFF files: images do not know it.
 TEST(coffstrip, the_ti_form_stays_for_the_run) {
     const coff_draft draft = {"\x4C\x01", 18, BEFORE, mixed, false, true};
     const std::string bytes = build_coff(draft).bytes;
     work_place place;
     place.put("ti", build_coff(drafts[0]).bytes);
     place.put("f", bytes);
-    EXPECT_EQ(place.trim("ti f").err, "");
+    for (const char* image : {"image", "same"})
+        place.put(image, build_pe({}).bytes);
+    EXPECT_EQ(place.trim("ti f image").err + place.trim("same").err, "");
     EXPECT_EQ(place.get("f"), stripped(draft, bytes));
+    EXPECT_EQ(place.get("image"), place.get("same"));
 }
 
-TEST(coffstrip, unrecognised_and_aout_files_when_forced) {
-    const coff_draft files[] = {{"zz", 0, BEFORE, mixed}, {"\x07\x01", 12}};
-    for (const coff_draft& draft : files) {
-        const std::string bytes = build_coff(draft).bytes;
-        expect_result(bytes, error + "file 'f' is not COFF/ELF\n", bytes);
-        expect_result(bytes, "", stripped(draft, bytes), "-F");
+// No magic number leads to these forms: addresses with a high word, and counts of two halves. What
+// was read wide is written at the usual width.
+TEST_F(wide_coffstrip, writes_the_usual_width) {
+    for (bool counts : {false, true}) {
+        const size_t lines_at = counts ? 64 : 84;
+        const std::string half = counts ? number(7, 2) : "", flags = number(6, 4);
+        std::string wide = "wide" + zeros, narrow = wide + zero;
+        for (size_t address :
+             {size_t{1}, size_t{2}, size_t{0x80000000}, size_t{3}, lines_at - 60, lines_at}) {
+            const size_t high = address == 0x80000000 ? UINT32_MAX : address == 3;
+            wide += number(address, 4) + (counts ? "" : number(high, 4));
+            narrow += number(address == lines_at ? 0 : address, 4);
+        }
+        wide += half + number(1, 2) + half + number(2, 2) + flags;
+        narrow += number(1, 4) + flags;
+        const auto head = [](size_t symbols_at, size_t count) {
+            return "\x4C\x01" + number(1, 2) + zeros + number(symbols_at, 4) + number(count, 4) +
+                   zeros;
+        };
+        const std::string strings = number(7, 4) + "abc";
+        const std::string bytes = head(lines_at + 6, 1) + wide + std::string(24, 'x') + strings;
+        objinfo info = {};
+        info.kind = counts ? OBJ_COFF : OBJ_COFF4;
+        info.target = counts ? 20 : 6;
+        info.machine = 0x14C;
+        info.sym_entry_size = 18;
+        const std::string warning = "objtrim: warning: 64-bit entries not supported!\n";
+        expect_text([&] { coff_strip(stream_of(bytes), "f", info); },
+                    counts ? "" : warning + warning);
+        EXPECT_EQ(place.get("f"),
+                  head(lines_at, 0) + narrow + wide.substr(narrow.size()) + strings);
     }
-    expect_result("", damage, "", "-F");
 }
 
 TEST(coffstrip, wrong_numbers) {
@@ -110,6 +145,7 @@ TEST(coffstrip, wrong_numbers) {
     expect_results(file.bytes, groups, strip);
     for (size_t length : {2u, 19u, 167u})
         expect_result(file.bytes.substr(0, length), damage, file.bytes.substr(0, length));
+    expect_result("", damage, "", "-F");
     // Symbols that begin where the file ends, or behind that.
     const built_file plain = build_coff({});
     const std::string bytes = plain.bytes.substr(0, plain.symbols_at);
