@@ -8,8 +8,6 @@
 
 namespace {
 
-struct wide_coffstrip : placed_test {};
-
 constexpr auto NONE = coff_draft::NO_LINES;
 constexpr auto BEFORE = coff_draft::LINES_BEFORE;
 constexpr auto BEHIND = coff_draft::LINES_BEHIND;
@@ -92,36 +90,34 @@ TEST(coffstrip, the_ti_form_stays_for_the_run) {
 
 // No magic number leads to these forms: addresses with a high word, and counts of two halves. What
 // was read wide is written at the usual width.
-TEST_F(wide_coffstrip, writes_the_usual_width) {
-    for (bool counts : {false, true}) {
-        const size_t lines_at = counts ? 64 : 84;
-        const std::string half = counts ? number(7, 2) : "", flags = number(6, 4);
-        std::string wide = "wide" + zeros, narrow = wide + zero;
-        for (size_t address :
-             {size_t{1}, size_t{2}, size_t{0x80000000}, size_t{3}, lines_at - 60, lines_at}) {
-            const size_t high = address == 0x80000000 ? UINT32_MAX : address == 3;
-            wide += number(address, 4) + (counts ? "" : number(high, 4));
-            narrow += number(address == lines_at ? 0 : address, 4);
-        }
-        wide += half + number(1, 2) + half + number(2, 2) + flags;
-        narrow += number(1, 4) + flags;
-        const auto head = [](size_t symbols_at, size_t count) {
-            return "\x4C\x01" + number(1, 2) + zeros + number(symbols_at, 4) + number(count, 4) +
-                   zeros;
+struct wide_coffstrip : placed_test {
+    void check(objinfo info, const std::string& fields, const std::string& said) const {
+        const auto begin = [](size_t symbols_at, size_t count) {
+            return pack(false, "2244444", {0x14C, 1, 0, symbols_at, count, 0, 0x65646977}) + zeros;
         };
+        const size_t lines_at = 28 + fields.size();
         const std::string strings = number(7, 4) + "abc";
-        const std::string bytes = head(lines_at + 6, 1) + wide + std::string(24, 'x') + strings;
-        objinfo info = {};
-        info.kind = counts ? OBJ_COFF : OBJ_COFF4;
-        info.target = counts ? 20 : 6;
+        const std::string bytes = begin(lines_at + 6, 1) + fields + std::string(24, 'x') + strings;
         info.machine = 0x14C;
         info.sym_entry_size = 18;
-        const std::string warning = "objtrim: warning: 64-bit entries not supported!\n";
-        expect_text([&] { coff_strip(stream_of(bytes), "f", info); },
-                    counts ? "" : warning + warning);
-        EXPECT_EQ(place.get("f"),
-                  head(lines_at, 0) + narrow + wide.substr(narrow.size()) + strings);
+        expect_text([&] { ti_coff = false, coff_strip(stream_of(bytes), "f", info); }, said);
+        std::string expected = begin(lines_at, 0) + zero;
+        expected += pack(false, "44444444", {1, 2, 0x80000000, 3, 4, 0, 5, 6});
+        EXPECT_EQ(place.get("f"), expected + bytes.substr(61, lines_at - 61) + strings);
     }
+};
+
+TEST_F(wide_coffstrip, writes_the_usual_width) {
+    const std::string warning = "objtrim: warning: 64-bit entries not supported!\n";
+    objinfo info = {};
+    info.kind = OBJ_COFF4;
+    check(info,
+          pack(false, "444444444444224",
+               {1, 0, 2, 0, 0x80000000, UINT32_MAX, 3, 1, 4, 0, 84, 0, 5, 2, 6}),
+          warning + warning);
+    info.kind = OBJ_COFF;
+    info.target = 20;
+    check(info, pack(false, "44444422224", {1, 2, 0x80000000, 3, 4, 64, 7, 5, 7, 2, 6}), "");
 }
 
 TEST(coffstrip, wrong_numbers) {
