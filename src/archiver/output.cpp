@@ -47,10 +47,11 @@ bool open_output(archive_output& output, const char* archive_name, const std::st
     }
     // A new archive has the usual permissions; one that replaces another is nobody's until it is
     // complete.
+    output.temporary.copy(unfinished, sizeof unfinished - 1);
+    host_guard_file(unfinished);
     output.stream = gen_open(output.temporary.c_str(), old ? "wbx" : "wb+x");
     if (!output.stream)
-        return report(output, "can't create");
-    output.temporary.copy(unfinished, sizeof unfinished - 1);
+        return report(output, "can't create"); // the name is someone else's
     std::atexit(remove_unfinished);
     output.gathered.reserve(gather_limit);
     return true;
@@ -113,6 +114,7 @@ bool finish_output(archive_output& output, const host_status* old) {
         return report(output, "can't write");
     if (host_rename(output.temporary.c_str(), output.real_name.c_str()) != 0)
         return report(output, "can't put in its place");
+    host_release_file(unfinished);
     unfinished[0] = '\0';
     return true;
 }

@@ -6,6 +6,23 @@
 
 #include "shared/host.h"
 
+// Guards an unfinished file for as long as it lives: an interrupt removes the file.
+struct gen_unfinished_file {
+    gen_unfinished_file() = default;
+    ~gen_unfinished_file() { release(); }
+    gen_unfinished_file(const gen_unfinished_file&) = delete;
+    gen_unfinished_file& operator=(const gen_unfinished_file&) = delete;
+
+    void guard(std::string file_name) {
+        release();
+        name = std::move(file_name);
+        host_guard_file(name.c_str());
+    }
+    void release() { host_release_file(name.c_str()); }
+
+    std::string name;
+};
+
 // The file that is replaced: behind symbolic links, the one that they lead to. It need not exist.
 std::string gen_real_name(const char* name);
 

@@ -94,6 +94,11 @@ int64_t host_write_at(int descriptor, const void* buffer, size_t size, uint64_t 
 int64_t host_read(int descriptor, void* buffer, uint32_t size);
 int64_t host_write(int descriptor, const void* buffer, uint32_t size);
 
+// An interrupt by the user or the system removes the guarded files before it ends the process. The
+// text of the name stays where it is until the file is released.
+void host_guard_file(const char* name);
+void host_release_file(const char* name);
+
 // Copies up to `size` bytes between two files inside the host. Bytes copied; 0 when the host has no
 // way to do it here, or at the end of the input: then the caller reads and writes.
 uint64_t host_copy_range(int from, uint64_t from_offset, int to, uint64_t to_offset, uint64_t size);

@@ -39,6 +39,7 @@ struct strip_job {
     elf_image image;
 
     std::string result_name;
+    gen_unfinished_file unfinished; // the result, until it has taken the input's place
     bool replaces_input = false; // the result is renamed over the input
     gen_stream_ptr result;
 };
@@ -93,6 +94,7 @@ void open_result(strip_job& job) {
         if (!temporary)
             gen_fatal(status_failure, "Unable to open output file %s", job.name);
         job.result_name = *temporary;
+        job.unfinished.guard(*temporary);
     } else {
         job.result_name = *output_name;
     }
