@@ -42,7 +42,8 @@ TEST_F(inddeletable, directories_are_numbered_and_marked_and_cleaned) {
                     umask(020);
                     errno = 77;
                     EXPECT_EQ(gen_make_session_dir("a", 0777), mine + "a_1");
-                    gen_tmpdir_hook = nullptr; // is not asked again
+                    EXPECT_EQ(place.list(), words{root}); // the lock was taken and given back
+                    gen_tmpdir_hook = nullptr;            // is not asked again
                     EXPECT_EQ(gen_make_session_dir("a", 0777), mine + "a_3");
                     EXPECT_EQ(gen_make_session_dir(nullptr, 0700), mine + "4");
                     EXPECT_EQ(errno, 77);
