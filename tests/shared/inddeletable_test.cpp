@@ -32,30 +32,35 @@ struct inddeletable : placed_test {
 };
 
 TEST_F(inddeletable, directories_are_numbered_and_marked_and_cleaned) {
-    expect_said("", [&] {
-        const std::string mine = root + "/" + std::to_string(getpid()) + "_";
-        fs::create_directories(mine + "a_2");
-        umask(020);
-        errno = 77;
-        EXPECT_EQ(gen_make_session_dir("a", 0777), mine + "a_1");
-        gen_tmpdir_hook = nullptr; // is not asked again
-        EXPECT_EQ(gen_make_session_dir("a", 0777), mine + "a_3");
-        EXPECT_EQ(gen_make_session_dir(nullptr, 0700), mine + "4");
-        EXPECT_EQ(errno, 77);
-        EXPECT_EQ(place.list(mine + "a_1"), words{"dont_delete"});
-        EXPECT_EQ(place.state(mine + "a_1").mode, 0757u);
-        gen_tmpdir_hook = current_directory;
-        place.put(mine + "a_5", ""); // which is no directory
-        testing::internal::CaptureStderr();
-        EXPECT_FALSE(gen_make_session_dir("a", 0777));
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  "objtrim: error: Internal error: Temporary directory '" + mine +
-                      "a_5' could not be created\n");
-        EXPECT_TRUE(gen_clean_session_dirs());
-        EXPECT_EQ(place.list(), words());
-        gen_make_session_dir("a", 0777);
-        EXPECT_EQ(place.state(root).mode, 0755u);
-    });
+    place.put(root + "_.lock", "");
+    host_set_times((root + "_.lock").c_str(), host_time() - 200);
+    expect_said("objtrim: warning: Breaking lock on " + root +
+                    "_.lock. It is more than 100 seconds old.\n",
+                [&] {
+                    const std::string mine = root + "/" + std::to_string(getpid()) + "_";
+                    fs::create_directories(mine + "a_2");
+                    umask(020);
+                    errno = 77;
+                    EXPECT_EQ(gen_make_session_dir("a", 0777), mine + "a_1");
+                    EXPECT_EQ(place.list(), words{root}); // the lock was taken and given back
+                    gen_tmpdir_hook = nullptr;            // is not asked again
+                    EXPECT_EQ(gen_make_session_dir("a", 0777), mine + "a_3");
+                    EXPECT_EQ(gen_make_session_dir(nullptr, 0700), mine + "4");
+                    EXPECT_EQ(errno, 77);
+                    EXPECT_EQ(place.list(mine + "a_1"), words{"dont_delete"});
+                    EXPECT_EQ(place.state(mine + "a_1").mode, 0757u);
+                    gen_tmpdir_hook = current_directory;
+                    place.put(mine + "a_5", ""); // which is no directory
+                    testing::internal::CaptureStderr();
+                    EXPECT_FALSE(gen_make_session_dir("a", 0777));
+                    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                              "objtrim: error: Internal error: Temporary directory '" + mine +
+                                  "a_5' could not be created\n");
+                    EXPECT_TRUE(gen_clean_session_dirs());
+                    EXPECT_EQ(place.list(), words());
+                    gen_make_session_dir("a", 0777);
+                    EXPECT_EQ(place.state(root).mode, 0755u);
+                });
 }
 
 TEST_F(inddeletable, a_root_that_others_prepared_is_not_used) {
