@@ -25,6 +25,11 @@ bool put_header_number(char* header, const header_field& field, int64_t number) 
     return put_header_field(header, field, gen_str64(text, number, 'd'));
 }
 
+bool put_header_size(char* header, const header_layout& layout, uint64_t size) {
+    const uint64_t largest = &layout == &standard_layout ? INT32_MAX : INT64_MAX;
+    return size <= largest && put_header_number(header, layout.size, static_cast<int64_t>(size));
+}
+
 namespace {
 
 bool refuse(const old_archive& archive, const char* why) {
@@ -142,8 +147,8 @@ bool all_have_members(const old_archive& archive, const std::vector<listed_file>
             taken[static_cast<size_t>(change.file - files.data())] = true;
     for (size_t i = 0; i < files.size(); ++i)
         if (!taken[i])
-            gen_error("archive '%s', member '%s': no member of this name is the kind of object "
-                      "that file '%s' is",
+            gen_error("archive '%s', member '%s': no member has this name and is the kind of "
+                      "object that file '%s' is",
                       archive.name, files[i].name.c_str(), files[i].path.c_str());
     return false;
 }

@@ -25,6 +25,8 @@ extern const header_layout standard_layout, wide_layout;
 // False when the text does not fit.
 bool put_header_field(char* header, const header_field& field, const char* text);
 bool put_header_number(char* header, const header_field& field, int64_t number);
+// In a standard header sizes from 2 GiB on count as negative when they are read: they do not fit.
+bool put_header_size(char* header, const header_layout& layout, uint64_t size);
 
 // Bytes that `size` bytes of data take up: members begin at even distances.
 constexpr uint64_t padded_size(uint64_t size) {

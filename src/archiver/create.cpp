@@ -22,7 +22,7 @@ bool is_special_name(const std::string& name) {
          {"ARFILENAMES", "<filenames>", "__________EL", "__.SYMDEF", "________64EL", "#1"})
         if (name.starts_with(special))
             return true;
-    return name.back() == ' ';
+    return false;
 }
 
 struct new_archive {
@@ -72,8 +72,7 @@ bool put_header(const new_archive& archive, archive_output& output, const char* 
     const bool fits =
         put_header_field(header, {0, 16}, name) && put_header_number(header, layout.date, date) &&
         put_header_field(header, layout.uid, "0") && put_header_field(header, layout.gid, "0") &&
-        put_header_field(header, layout.mode, mode_text) &&
-        put_header_number(header, layout.size, static_cast<int64_t>(size));
+        put_header_field(header, layout.mode, mode_text) && put_header_size(header, layout, size);
     if (fits)
         put_bytes(output, {header, layout.length});
     else

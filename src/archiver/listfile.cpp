@@ -2,6 +2,7 @@
 #include "archiver/listfile.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 
 #include "shared/genout.h"
@@ -21,12 +22,21 @@ struct look_limits {
     uint64_t contents = kept_limit;
 };
 
+// Archives, and texts that begin almost like one, would be reported as damaged, or keep the kind of
+// what was looked at before.
+bool looks_like_archive(gen_stream& stream) {
+    char start[2] = {};
+    const uint64_t position = stream.position;
+    gen_read_stream(stream, start, sizeof start);
+    gen_seek(stream, static_cast<int64_t>(position), GEN_SEEK_SET);
+    return memcmp(start, "!<", 2) == 0 || memcmp(start, "<a", 2) == 0;
+}
+
 object_kind kind_at(gen_stream& stream) {
+    if (looks_like_archive(stream))
+        return {};
     const objinfo* const info = obj_identify(&stream, nullptr);
     if (!info || info->kind < OBJ_AOUT || info->kind > OBJ_PECOFF)
-        return {};
-    // A text that begins almost like an archive keeps the kind of what was looked at before.
-    if (info->magic[0] == '!' || info->magic[0] == '<')
         return {};
     return {info->kind, info->machine, info->file_type, info->class_bits, info->big_endian};
 }
@@ -79,6 +89,16 @@ void keep_contents(listed_file& file, gen_stream& stream, look_limits& left) {
     left.contents -= file.contents.size();
 }
 
+// A failure may have used up what was left in vain: thousands of such files must not take thousands
+// of times as long.
+void take_names(listed_file& file, gen_stream& stream, look_limits& left) {
+    file.names = find_defined_names(stream, left.names);
+    if (file.names)
+        left.names -= file.names->text.size();
+    else
+        left.names /= 2;
+}
+
 bool look_at(listed_file& file, look_limits& left, const char* archive_name) {
     const gen_stream_ptr stream = gen_open(file.path.c_str(), "rb");
     const std::optional<host_status> status =
@@ -98,9 +118,7 @@ bool look_at(listed_file& file, look_limits& left, const char* archive_name) {
     file.mode = status->mode;
     file.kind = kind_at(*stream);
     if (file.kind.format == OBJ_ELF)
-        file.names = find_defined_names(*stream, left.names);
-    if (file.names)
-        left.names -= file.names->text.size();
+        take_names(file, *stream, left);
     keep_contents(file, *stream, left);
     return true;
 }

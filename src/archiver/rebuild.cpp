@@ -21,8 +21,7 @@ const char* member_name(const archive_change& change) {
 // Patches what the file says; the symbol index gets another size only.
 bool patch_header(const old_archive& archive, archive_change& change) {
     const header_layout& layout = *archive.layout;
-    bool fits =
-        put_header_number(change.header, layout.size, static_cast<int64_t>(change.new_size));
+    bool fits = put_header_size(change.header, layout, change.new_size);
     if (const listed_file* const file = change.file) {
         char mode[12];
         snprintf(mode, sizeof mode, "%" PRIo32,

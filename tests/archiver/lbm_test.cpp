@@ -58,7 +58,7 @@ TEST(lbm, replaces_the_listed_members_and_nothing_else) {
     for (const obj_kind kind : {OBJ_ARCHIVE, OBJ_ARCHIVE64}) {
         const elf_form &one = elf_forms[0], &other = elf_forms[3];
         const ar_draft table = {.name = "//", .data = "a_long_name_of_an_object.o/\n"};
-        const ar_draft text = {.name = "same.o/", .data = "not an object", .mode = "600"};
+        const ar_draft text = {.name = "same.o/", .data = "!<arch of text", .mode = "600"};
         std::vector<ar_draft> drafts = {
             {.name = "/", .date = "77", .mode = "0"},
             table,
@@ -156,7 +156,7 @@ TEST(lbm, refuses_without_a_trace) {
              {sound, "m.o\n", "usage: lbm", "-rc x.a list"},
              {sound, "m.o\n", "usage: lbm", "-r x.a @list"},
              {sound, "m.o\n", "usage: lbm", "-rc x.a"},
-             {sound, "m.o\nm.o\n", "member 'm.o': no member of this name"},
+             {sound, "m.o\nm.o\n", "member 'm.o': no member has this name"},
              {sound, "other/m.o\n", "file 'other/m.o'"}, // of the other class
              {sound, "text\n", "member 'text': no member"},
              {sound, "missing\n", "can't open file 'missing'"},
