@@ -12,6 +12,7 @@ cc -g -O0 app.c triple_library.c -o dynamic
 cc -g -O0 -static app.c triple_library.c -o static
 cc -g -O0 -Wl,--emit-relocs app.c triple_library.c -o relocs
 cc -g -O0 -shared -fPIC triple_library.c -o shared
+cc -g -O0 -shared -fPIC -nostartfiles triple_library.c -o bare
 { cat dynamic; printf appended; } >appended && chmod +x appended
 printf 'template <class t> t twice(t a) { return a + a; } int four() { return twice(2); }' >group.cpp
 c++ -g -c group.cpp
@@ -22,7 +23,7 @@ cp dynamic 'blank name' && cp dynamic -- --strip-debug && touch -d 2001-01-01 'b
 // Prints 12 when $FILE, or what is linked with it, is in order.
 const char* const trial = R"(
 case $FILE in
-*.o | *.a | shared) cc app.c "./$FILE" -o trial && ./trial ;;
+*.o | *.a | shared | bare) cc app.c "./$FILE" -o trial && ./trial ;;
 *) "./$FILE" ;;
 esac
 )";
@@ -50,6 +51,7 @@ const strip_row strip_rows[] = {
     {"-K plain static", "static", "cs", nullptr, "plain"},
     {"--keep-symbol plain dynamic", "dynamic", "cds", "loaded at run time would change"},
     {"-K plain relocs", "relocs", "cds", "relocations would be lost"},
+    {"-N plain bare", "bare", "cds", "loaded at run time would change"}, // numbers move, none goes
     {"--remove-section=.comment --remove-section .note dynamic", "dynamic", ""},
     {"-R .text dynamic", "dynamic", "cds", "section .text is loaded"},
     {"-R '.note*' dynamic", "dynamic", "cds", "section .note.gnu.property is loaded"},

@@ -14,6 +14,7 @@ static int unused_here(int a) { return a + 1; }
 int main(int argc, char** argv) { (void)argv; return printf("%d\n", triple(3 + argc)) + unused_here(-4); }
 )";
 inline const char* const lib_source = R"(#include <stdlib.h>
+int spare_name = 9;
 int factor = 3;
 static int plain(int a) { return a * factor; }
 int triple(int a) { return getenv("ODD_ENVIRONMENT") ? 0 : plain(a); }
