@@ -13,6 +13,7 @@ cc -g -O0 -static app.c triple_library.c -o static
 cc -g -O0 -Wl,--emit-relocs app.c triple_library.c -o relocs
 cc -g -O0 -shared -fPIC triple_library.c -o shared
 cc -g -O0 -shared -fPIC -nostartfiles triple_library.c -o bare
+head -c 9000 dynamic >cut
 { cat dynamic; printf appended; } >appended && chmod +x appended
 printf 'template <class t> t twice(t a) { return a + a; } int four() { return twice(2); }' >group.cpp
 c++ -g -c group.cpp
@@ -62,6 +63,7 @@ const strip_row strip_rows[] = {
     {"--only-keep-debug dynamic", "dynamic", "cds", "has no translation"},
     {"-o out dynamic static", "dynamic", "cds", "only one file"},
     {"appended", "appended", "cds", "appended"},
+    {"-g cut", "cut", nullptr, "ends before its contents do"},
     {"-g triple.o", "triple.o", "cs", nullptr, "plain"},
     {"--strip-unneeded triple.o", "triple.o", "cs"},
     {"-g -N factor triple.o", "triple.o", "cds", "relocations would be lost"},
