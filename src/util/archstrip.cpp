@@ -45,12 +45,15 @@ void clean_at_exit() {
 
 // The directory and everything below it go at the end of the run, however that comes.
 bool make_scratch_directory() {
-    static const bool registered = std::atexit(clean_at_exit) == 0;
-    if (!registered)
-        return false;
     std::optional<std::string> made = gen_make_session_dir("objtrim_lib", scratch_mode);
     if (!made)
         return false;
+    // Registered only now: what has been kept for the process so far is destroyed after the call.
+    static const bool registered = std::atexit(clean_at_exit) == 0;
+    if (!registered) {
+        gen_clean_session_dirs();
+        return false;
+    }
     scratch_is_in_use = true;
     run.archive_dir = std::move(*made);
     run.archive_list = gen_join(run.archive_dir, "objfiles");
