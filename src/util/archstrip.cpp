@@ -85,7 +85,9 @@ std::optional<std::string> copy_path(const std::string& member_name) {
     const std::optional<std::string> other = gen_make_session_dir("objtrim_lib_alt", scratch_mode);
     if (!other)
         return std::nullopt;
-    return gen_join(*other, member_name);
+    path = gen_join(*other, member_name);
+    host_delete(path.c_str()); // a member may have the name of the directory's marker
+    return path;
 }
 
 // Null after a report.
