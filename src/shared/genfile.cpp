@@ -14,6 +14,7 @@
 namespace {
 
 constexpr size_t window_capacity = 64 * 1024; // bytes read ahead
+constexpr uint64_t reserve_worth = 1024 * 1024;
 constexpr int interrupted_tries = 10;
 constexpr int error_is_a_directory = 21; // the same number on every host, for the same message
 
@@ -196,9 +197,15 @@ int gen_getc(gen_stream& stream) {
     return gen_read_stream(stream, &byte, 1) == 1 ? byte : -1;
 }
 
+void gen_reserve(const gen_stream& stream, uint64_t size) {
+    if (size >= reserve_worth)
+        host_reserve(stream.descriptor, stream.position, size);
+}
+
 uint64_t gen_write_stream(gen_stream& stream, const void* buffer, uint64_t size) {
     const std::byte* from = static_cast<const std::byte*>(buffer);
     uint64_t done = 0;
+    gen_reserve(stream, size);
     stream.window_length = 0;
     while (done < size) {
         const int64_t put =

@@ -257,10 +257,37 @@ uint64_t host_copy_range(int from, uint64_t from_offset, int to, uint64_t to_off
     });
     return copied > 0 ? static_cast<uint64_t>(copied) : 0;
 }
+
+host_range host_next_data(int descriptor, uint64_t offset) {
+    const errno_keeper error;
+    const host_range rest = {offset, UINT64_MAX};
+    if (!is_offset(offset))
+        return rest;
+    const off_t start = lseek(descriptor, static_cast<off_t>(offset), SEEK_DATA);
+    if (start < 0)
+        return errno == ENXIO ? host_range{UINT64_MAX, UINT64_MAX} : rest;
+    const off_t end = lseek(descriptor, start, SEEK_HOLE);
+    if (end <= start)
+        return rest;
+    return {static_cast<uint64_t>(start), static_cast<uint64_t>(end)};
+}
+
+void host_reserve(int descriptor, uint64_t offset, uint64_t size) {
+    const errno_keeper error;
+    if (is_offset(offset) && is_offset(size))
+        fallocate(descriptor, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
+                  static_cast<off_t>(size));
+}
 #else
 uint64_t host_copy_range(int, uint64_t, int, uint64_t, uint64_t) {
     return 0;
 }
+
+host_range host_next_data(int, uint64_t offset) {
+    return {offset, UINT64_MAX};
+}
+
+void host_reserve(int, uint64_t, uint64_t) {}
 #endif
 
 int host_set_owner(int descriptor, uint32_t owner, uint32_t group) {
