@@ -88,8 +88,8 @@ uint64_t write_new_contents(section_writer& writer, uint32_t index) {
         return write_index_table(name, stream, section, symbols);
     if (index == sections.strtab_index)
         return write_string_table(name, stream, writer.image, section, symbols);
-    return write_relocations(name, stream, writer.image, symbols,
-                             relocations.tables[relocations.table_of[index] - 1]);
+    return write_relocations(name, stream, writer.image, symbols, relocations,
+                             relocations.table_of[index] - 1);
 }
 
 // Writes section `index`, which is kept and has data, to `offset`. Bytes written.
