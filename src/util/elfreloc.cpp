@@ -12,6 +12,7 @@ namespace {
 
 constexpr uint32_t type_kind_mask = 0xF;
 constexpr uint64_t piece_limit = 1024 * 1024; // bytes of entries that are held at a time
+constexpr uint64_t small_table_limit = 64 * 1024;
 
 uint64_t entry_size(const elf_image& image, const elf_section_header& section) {
     return (section.sh_type & type_kind_mask) == SHT_RELA ? elf_rela_size(image.elfbits)
@@ -265,6 +266,21 @@ bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,
         });
     };
     return std::all_of(relocations.tables.begin(), relocations.tables.end(), check);
+}
+
+bool is_small_table(const relocation_table& table) {
+    return table.count * table.entry_size <= small_table_limit;
+}
+
+std::span<const std::byte> rewritten_table(const elf_image& image, const symbol_plan& symbols,
+                                           relocation_plan& relocations, uint32_t number) {
+    const relocation_table& table = relocations.tables[number];
+    std::span<const std::byte> rewritten;
+    look_at_table(image, relocations, table, [&](const relocation_piece& piece) {
+        rewritten = {piece.entries, rewrite_piece(image, symbols, table, piece)};
+        return true;
+    });
+    return rewritten;
 }
 
 uint64_t write_relocations(const char* name, gen_stream& output, const elf_image& image,

@@ -3,7 +3,9 @@
 // Entries are looked at, and rewritten, in one block of limited size, so a table may be read twice.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "util/elfimage.h"
@@ -42,8 +44,12 @@ bool read_relocations(const elf_image& image, const section_plan& plan, symbol_p
 bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,
                            relocation_plan& relocations);
 
-// Writes the entries of table `number` at the stream's position, renumbered, those left out that
-// name a symbol which is gone. Bytes written.
+// The entries of table `number`, renumbered, those left out that name a symbol which is gone. The
+// first routine is for a small table, and its result lasts until the next look at
+// entries; the second writes any table at the stream's position and gives the bytes written.
+bool is_small_table(const relocation_table& table);
+std::span<const std::byte> rewritten_table(const elf_image& image, const symbol_plan& symbols,
+                                           relocation_plan& relocations, uint32_t number);
 uint64_t write_relocations(const char* name, gen_stream& output, const elf_image& image,
                            const symbol_plan& symbols, relocation_plan& relocations,
                            uint32_t number);
