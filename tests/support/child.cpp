@@ -35,6 +35,18 @@ child_end run_child(const std::function<void()>& body) {
     return result;
 }
 
+void expect_together(int children, const std::function<bool(int child)>& body) {
+    for (int child = 0; child < children; ++child)
+        if (fork() == 0) {
+            alarm(child_seconds);
+            _exit(body(child) ? 0 : 1);
+        }
+    int ended_well = 0;
+    for (int status = 0; wait(&status) > 0;)
+        ended_well += status == 0;
+    EXPECT_EQ(ended_well, children);
+}
+
 void expect_text(const std::function<void()>& body, const std::string& text) {
     EXPECT_EQ(run_child(body), child_end(child_returned, text));
 }

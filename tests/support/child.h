@@ -19,6 +19,8 @@ using child_end = std::pair<int, std::string>; // exit status, 128 + n for signa
 // Runs `body` in a child, with program name objtrim and error number 0. Its exit status, and all
 // that it wrote to standard error.
 child_end run_child(const std::function<void()>& body);
+// Runs `body` in so many children at once, each with its number. It has to answer true in all.
+void expect_together(int children, const std::function<bool(int child)>& body);
 // The body returns, and has written the text.
 void expect_text(const std::function<void()>& body, const std::string& text);
 // Each body ends with status 1 and the text as a fatal message.
