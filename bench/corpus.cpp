@@ -490,7 +490,7 @@ void make(const std::string& kind, output& to) {
     if (kind == "small")
         make_program(to, 4096, 1024, 4096, 40, 30);
     else if (kind == "cpp")
-        make_program(to, megabytes(22), megabytes(4), megabytes(310), scaled(120000), 90);
+        make_program(to, megabytes(22), megabytes(4), megabytes(335), scaled(120000), 90);
     else if (kind == "loaded")
         make_program(to, megabytes(256), megabytes(8), megabytes(1), scaled(10000), 40);
     else if (kind == "symbols")
