@@ -1,6 +1,6 @@
 // The host: every operation of the operating system that objtrim uses, as free functions.
 //
-// Each host has one file that implements this header (host_posix.cpp), and it alone calls the host.
+// Each host has its files that implement this header (host_posix*.cpp), and they alone call it.
 // No routine here decides anything or reports anything. A routine that fails says so in its result
 // and leaves the reason in errno; one that succeeds, or whose answer is an expected "no", leaves
 // errno as it found it, because error numbers are part of the tool's messages.
@@ -58,13 +58,18 @@ int host_delete(const char* name);
 int host_set_length(const char* name, uint64_t length);
 int host_set_mode(const char* name, uint32_t mode);
 
-// Directories. The names in one, without "." and "..", in no order; nothing when it cannot be read.
+// Sets the times of access and modification, in seconds since 1970, of the name itself.
+int host_set_times(const char* name, int64_t time);
+
+// Directories. A separator at the end of the name changes nothing, and no link is followed.
 int host_make_directory(const char* name, uint32_t mode); // errno EEXIST: the name is taken
-int host_remove_directory(const char* name);              // which has to be empty
+int host_remove_directory(const char* name);              // errno ENOTEMPTY: it is not empty
+// The names in one, without "." and "..", in no order; nothing when it cannot be read.
 std::optional<std::vector<std::string>> host_list_directory(const char* name);
 // Whether the name itself, no link, is a directory of the user's own that others cannot write to.
 bool host_is_private_directory(const char* name);
-// Removes what the name denotes, a directory with all that is in it. Never follows a link.
+// Removes what the name denotes, a directory with all that is in it, as far as that can be done: -1
+// when something is left. Never follows a link.
 int host_remove_tree(const char* name);
 
 enum class host_access {
@@ -116,11 +121,15 @@ void host_sleep(uint32_t milliseconds);
 // it is closed or its owner ends, as far as the host can do that.
 enum class host_lock_outcome {
     held,
-    contended, // someone else has it, or is about to
+    contended, // someone else has it, or is about to; errno stays
     failed     // errno says why
 };
 host_lock_outcome host_create_lock(const char* name, int& descriptor);
 int host_close_lock(int descriptor, const char* name);
+// Removes the lock file of someone else, if `name` still is the file that `descriptor` was opened
+// on; whatever it is when that is -1. 0: it is gone, another, or being removed, which is no
+// failure. The caller closes the descriptor next.
+int host_remove_lock(int descriptor, const char* name);
 
 // Prepares the process: memory priority, the socket library, signals that would end a write,
 // standard descriptors that the parent left closed (a file must not come to stand in their place).

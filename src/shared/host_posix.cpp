@@ -1,54 +1,27 @@
-// The host on POSIX systems.
+// The host on POSIX systems: files.
 //
 // Everything here works on plain descriptors and names. Error numbers are part of the tool's
 // messages: a routine that succeeds, or that only answers a question, puts errno back.
+#include "shared/host_posix.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <memory>
-#include <pwd.h>
-#include <spawn.h>
 #include <string_view>
 #include <sys/stat.h>
 #include <sys/types.h>
-#include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
-
-#include "shared/gencmdline.h"
-#include "shared/host.h"
 
 static_assert(sizeof(off_t) == 8, "files beyond 2 GiB need 64-bit offsets");
-
-#ifndef __linux__
-extern char** environ; // not every unistd.h has it
-#endif
 
 const host_path_rules host_paths = host_path_rules::posix;
 const char host_separator = '/';
 const char host_program_suffix[] = "";
 
 namespace {
-
-// Puts errno back at the end of a scope, unless the failure is to be seen.
-struct errno_keeper {
-    int saved = errno;
-    bool keep = true;
-    ~errno_keeper() {
-        if (keep)
-            errno = saved;
-    }
-    // For a result of -1 on failure: shows the reason then.
-    template <typename Result>
-    Result pass(Result result) {
-        keep = result >= 0;
-        return result;
-    }
-};
-
 struct c_memory_freer {
     void operator()(char* text) const { std::free(text); }
 };
@@ -59,7 +32,7 @@ static bool is_offset(uint64_t offset) {
     return offset <= static_cast<uint64_t>(INT64_MAX);
 }
 
-static host_status status_from(const struct stat& from) {
+host_status host_status_from(const struct stat& from) {
     host_status status;
     status.size = from.st_size > 0 ? static_cast<uint64_t>(from.st_size) : 0;
     status.device = static_cast<uint64_t>(from.st_dev);
@@ -77,7 +50,7 @@ std::optional<host_status> host_status_of(const char* name) {
     const errno_keeper error;
     struct stat found;
     if (stat(name, &found) == 0)
-        return status_from(found);
+        return host_status_from(found);
     return std::nullopt;
 }
 
@@ -192,7 +165,7 @@ std::optional<host_status> host_descriptor_status(int descriptor) {
     errno_keeper error;
     struct stat found;
     if (error.pass(fstat(descriptor, &found)) == 0)
-        return status_from(found);
+        return host_status_from(found);
     return std::nullopt;
 }
 
@@ -274,119 +247,4 @@ int host_set_mode(int descriptor, uint32_t mode) {
 int host_check_offset(int descriptor, int64_t offset) {
     return errno_keeper().pass(lseek(descriptor, static_cast<off_t>(offset), SEEK_SET)) < 0 ? -1
                                                                                             : 0;
-}
-
-std::string host_module_file_name() {
-    const errno_keeper error;
-    std::string name;
-#ifdef __linux__
-    for (size_t room = 256; room <= size_t{1} << 20; room *= 2) {
-        name.resize(room);
-        const ssize_t length = readlink("/proc/self/exe", name.data(), room);
-        if (length < 0)
-            return std::string();
-        name.resize(static_cast<size_t>(length));
-        if (name.size() < room)
-            return name;
-    }
-    name.clear();
-#endif
-    return name;
-}
-
-std::string host_user_name() {
-    const errno_keeper error;
-    const passwd* const user = getpwuid(geteuid());
-    return user != nullptr && user->pw_name != nullptr ? user->pw_name : "";
-}
-
-std::string host_home_directory() {
-    const errno_keeper error;
-    const passwd* const user = getpwuid(geteuid());
-    return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "";
-}
-
-std::string host_network_name() {
-    const errno_keeper error;
-    char name[256] = "";
-    if (gethostname(name, sizeof name - 1) != 0)
-        return std::string();
-    return name;
-}
-
-uint32_t host_process_id() {
-    return static_cast<uint32_t>(getpid());
-}
-
-// A parent may start us without standard streams. A file that was then opened as descriptor 2
-// would receive the tool's messages, so the three are occupied first.
-static void occupy_standard_descriptors() {
-    int descriptor;
-    do
-        descriptor = open("/dev/null", O_RDWR);
-    while (descriptor >= 0 && descriptor <= host_error_descriptor);
-    if (descriptor >= 0)
-        close(descriptor);
-}
-
-// Writing to a closed pipe or beyond a size limit is to fail like any other write, and a parent
-// that ignored its children's ends would hide ours from us. Memory priority and sockets need no
-// preparation here.
-int host_start() {
-    const errno_keeper error;
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
-    std::signal(SIGCHLD, SIG_DFL);
-    occupy_standard_descriptors();
-    return 0;
-}
-
-// Starts the child: 0, or an error number. What this process ignores is no business of the child's.
-static int spawn(const std::string& program, char* const* arguments, bool no_streams,
-                 pid_t& child) {
-    posix_spawn_file_actions_t actions;
-    if (const int failure = posix_spawn_file_actions_init(&actions); failure != 0)
-        return failure;
-    posix_spawnattr_t attributes;
-    if (const int failure = posix_spawnattr_init(&attributes); failure != 0) {
-        posix_spawn_file_actions_destroy(&actions);
-        return failure;
-    }
-    sigset_t defaults;
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    sigaddset(&defaults, SIGXFSZ);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-    int failure = 0;
-    for (int stream = 0; no_streams && stream <= host_error_descriptor && failure == 0; ++stream)
-        failure = posix_spawn_file_actions_addclose(&actions, stream);
-    if (failure == 0)
-        failure = posix_spawn(&child, program.c_str(), &actions, &attributes, arguments, environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
-    return failure;
-}
-
-int host_run(const char* command_line, bool no_streams) {
-    constexpr int cannot_start = 127;
-    const int saved = errno;
-    gen_command command = gen_split_command_line(command_line);
-    std::vector<char*> arguments = {command.program.data()};
-    for (std::string& argument : command.arguments)
-        arguments.push_back(argument.data());
-    arguments.push_back(nullptr);
-
-    pid_t child = -1;
-    if (const int failure = spawn(command.program, arguments.data(), no_streams, child);
-        failure != 0) {
-        errno = failure;
-        return cannot_start;
-    }
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0)
-        if (errno != EINTR)
-            return cannot_start;
-    errno = saved;
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }

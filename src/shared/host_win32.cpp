@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <fcntl.h>
 
-#include "shared/host.h"
 #include "shared/host_win32.h"
 
 const host_path_rules host_paths = host_path_rules::windows;
@@ -94,10 +93,17 @@ static uint64_t join(DWORD high, DWORD low) {
     return uint64_t{high} << 32 | low;
 }
 
-static int64_t seconds_since_1970(FILETIME time) {
-    constexpr int64_t ticks_a_second = 10'000'000, from_1601_to_1970 = 11'644'473'600;
-    return static_cast<int64_t>(join(time.dwHighDateTime, time.dwLowDateTime)) / ticks_a_second -
-           from_1601_to_1970;
+static constexpr int64_t ticks_a_second = 10'000'000;
+static constexpr int64_t seconds_from_1601_to_1970 = 11'644'473'600;
+
+int64_t host_win32_seconds(FILETIME time) {
+    const uint64_t ticks = join(time.dwHighDateTime, time.dwLowDateTime);
+    return static_cast<int64_t>(ticks / ticks_a_second) - seconds_from_1601_to_1970;
+}
+
+FILETIME host_win32_file_time(int64_t seconds) {
+    const int64_t ticks = (seconds + seconds_from_1601_to_1970) * ticks_a_second;
+    return {static_cast<DWORD>(ticks & UINT32_MAX), static_cast<DWORD>(ticks >> 32)};
 }
 
 // Of permissions there is only the read-only attribute, which means nothing for directories.
@@ -130,7 +136,7 @@ static std::optional<host_status> status_of_handle(HANDLE file) {
     status.device = found.dwVolumeSerialNumber;
     status.number = join(found.nFileIndexHigh, found.nFileIndexLow);
     status.mode = mode_from(found.dwFileAttributes);
-    status.modified = seconds_since_1970(found.ftLastWriteTime);
+    status.modified = host_win32_seconds(found.ftLastWriteTime);
     return status;
 }
 

@@ -7,8 +7,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <io.h>
-#include <string>
 #include <windows.h>
+
+#include "shared/host.h"
 
 // The error number for a reason that GetLastError gives.
 int host_win32_error_number(DWORD reason);
@@ -46,5 +47,8 @@ bool host_win32_is_link(const char* name);
 HANDLE host_win32_open_name(const char* name, DWORD access, bool follow_links);
 // The runtime's descriptor for a handle, which it owns then; -1 and the handle closed on failure.
 int host_win32_descriptor(HANDLE handle);
+// Seconds since 1970 in the system's units, and back.
+FILETIME host_win32_file_time(int64_t seconds);
+int64_t host_win32_seconds(FILETIME time);
 // Starts the socket library on the first call. Its status.
 int host_win32_start_sockets();

@@ -1,9 +1,8 @@
-// The host on Windows: this process, other processes, locks and times.
+// The host on Windows: this process, its user and machine, other processes, time.
 #include <ctime>
 #include <fcntl.h>
 #include <winsock2.h>
 
-#include "shared/host.h"
 #include "shared/host_win32.h"
 
 int host_win32_start_sockets() {
@@ -74,30 +73,6 @@ int64_t host_time() {
 
 void host_sleep(uint32_t milliseconds) {
     Sleep(milliseconds);
-}
-
-host_lock_outcome host_create_lock(const char* name, int& descriptor) {
-    errno_keeper error;
-    const HANDLE file = CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        const DWORD reason = GetLastError();
-        // Someone else's lock that is on its way out refuses access.
-        if (reason == ERROR_FILE_EXISTS || reason == ERROR_ALREADY_EXISTS ||
-            reason == ERROR_SHARING_VIOLATION || reason == ERROR_ACCESS_DENIED)
-            return host_lock_outcome::contended;
-        error.fail(reason);
-        return host_lock_outcome::failed;
-    }
-    descriptor = host_win32_descriptor(file);
-    if (descriptor >= 0)
-        return host_lock_outcome::held;
-    error.fail(ERROR_TOO_MANY_OPEN_FILES);
-    return host_lock_outcome::failed;
-}
-
-int host_close_lock(int descriptor, const char*) {
-    return host_close(descriptor);
 }
 
 // The address of an operation that not every version of the system has.

@@ -1,8 +1,10 @@
-// The host on Windows: directories, links, and what is removed with all that is in it.
+// The host on Windows: directories, links, and the files that serve as locks.
+//
+// As on other hosts, nothing here follows a link: a name is looked at and removed as what it is
+// itself.
 #include <memory>
 
 #include "shared/genpath.h"
-#include "shared/host.h"
 #include "shared/host_win32.h"
 
 #include <aclapi.h>
@@ -67,6 +69,10 @@ int host_remove_directory(const char* name) {
 
 std::optional<std::vector<std::string>> host_list_directory(const char* name) {
     errno_keeper error;
+    if (host_win32_is_link(name)) {
+        error.fail(ERROR_DIRECTORY);
+        return std::nullopt;
+    }
     std::vector<std::string> names;
     WIN32_FIND_DATAA entry;
     const HANDLE first = FindFirstFileA(gen_join(name, "*").c_str(), &entry);
@@ -88,6 +94,13 @@ std::optional<std::vector<std::string>> host_list_directory(const char* name) {
         return names;
     error.fail();
     return std::nullopt;
+}
+
+int host_set_times(const char* name, int64_t time) {
+    errno_keeper error;
+    const FILETIME ticks = host_win32_file_time(time);
+    const scoped_handle file(host_win32_open_name(name, FILE_WRITE_ATTRIBUTES, false));
+    return file.is_open() && SetFileTime(file.handle, nullptr, &ticks, &ticks) ? 0 : error.fail();
 }
 
 static bool is_sid_of_process(PSID sid, TOKEN_INFORMATION_CLASS which) {
@@ -148,4 +161,43 @@ int host_remove_tree(const char* name) {
     if (result == 0 && !RemoveDirectoryA(name))
         result = error.fail();
     return result;
+}
+
+host_lock_outcome host_create_lock(const char* name, int& descriptor) {
+    errno_keeper error;
+    const HANDLE file = CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        const DWORD reason = GetLastError();
+        // Someone else's lock that is on its way out refuses access.
+        if (reason == ERROR_FILE_EXISTS || reason == ERROR_ALREADY_EXISTS ||
+            reason == ERROR_SHARING_VIOLATION || reason == ERROR_ACCESS_DENIED)
+            return host_lock_outcome::contended;
+        error.fail(reason);
+        return host_lock_outcome::failed;
+    }
+    descriptor = host_win32_descriptor(file);
+    if (descriptor >= 0)
+        return host_lock_outcome::held;
+    error.fail(ERROR_TOO_MANY_OPEN_FILES);
+    return host_lock_outcome::failed;
+}
+
+// The system removes the file as its handle is closed.
+int host_close_lock(int descriptor, const char*) {
+    return host_close(descriptor);
+}
+
+// An owner that lives shares its file with nobody, so what can be removed has none. The name is
+// free when the caller closes the descriptor.
+int host_remove_lock(int descriptor, const char* name) {
+    errno_keeper error;
+    const std::optional<host_status> named = host_status_of_link(name);
+    const std::optional<host_status> opened =
+        descriptor >= 0 ? host_descriptor_status(descriptor) : named;
+    const bool is_same = named && opened && named->device == opened->device &&
+                         named->number == opened->number;
+    if (!is_same || DeleteFileA(name) || GetLastError() == ERROR_FILE_NOT_FOUND)
+        return 0;
+    return error.fail();
 }
