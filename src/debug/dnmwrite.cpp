@@ -219,7 +219,9 @@ int STDnm_Write(dnm_map& map) {
     if (!is_directory(map.name))
         remove_forcibly(map.name.c_str());
     errno = saved_errno;
-    if (write_temporary(job) && move_into_place(job))
+    const bool written = write_temporary(job);
+    map.input.reset(); // some hosts free the old file's name only now
+    if (written && move_into_place(job))
         return 0;
     const int reason = errno;
     job.output.reset();

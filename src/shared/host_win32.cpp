@@ -2,10 +2,10 @@
 //
 // Names are taken as the program's code page has them, which the manifest makes UTF-8. Offsets are
 // 64 bits wide and go with each transfer.
+#include "shared/host_win32.h"
+
 #include <algorithm>
 #include <fcntl.h>
-
-#include "shared/host_win32.h"
 
 const host_path_rules host_paths = host_path_rules::windows;
 const char host_separator = '\\';
@@ -190,6 +190,9 @@ std::optional<std::string> host_full_path(const char* name) {
     if (length == 0)
         return std::nullopt;
     full.resize(length);
+    constexpr size_t root_length = 3; // "C:\"
+    if (full.size() > root_length && full.back() == host_separator)
+        full.pop_back();
     return full;
 }
 
