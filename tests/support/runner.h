@@ -17,7 +17,7 @@ std::set<std::string> split_set(const std::string& line);
 // Limits for programs; Windows has none that fit.
 #ifdef _WIN32
 constexpr bool host_has_limits = false;
-constexpr size_t damage_step = 7; // files cost too much time there to change each of their bytes
+constexpr size_t damage_step = 10; // files cost too much time there to change each of their bytes
 #else
 constexpr bool host_has_limits = true;
 constexpr size_t damage_step = 1;
