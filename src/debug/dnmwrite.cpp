@@ -227,7 +227,7 @@ int STDnm_Write(dnm_map& map) {
         return 0;
     const int reason = errno;
     job.output.reset();
-    host_delete(job.temporary.c_str());
+    remove_forcibly(job.temporary.c_str());
     errno = reason;
     gen_system_error("<libst>: failed to write \"%s\"", job.temporary.c_str());
     return 1;
