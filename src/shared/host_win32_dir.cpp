@@ -2,12 +2,11 @@
 //
 // As on other hosts, nothing here follows a link: a name is looked at and removed as what it is
 // itself.
+#include <aclapi.h>
 #include <memory>
 
 #include "shared/genpath.h"
 #include "shared/host_win32.h"
-
-#include <aclapi.h>
 
 namespace {
 
@@ -43,10 +42,10 @@ std::optional<std::string> host_link_target(const char* name) {
         return std::nullopt;
     const scoped_handle file(host_win32_open_name(name, FILE_READ_ATTRIBUTES, true));
     std::string target(32768, '\0'); // no name is longer
-    const DWORD length =
-        file.is_open() ? GetFinalPathNameByHandleA(file.handle, target.data(),
-                                                   static_cast<DWORD>(target.size()), 0)
-                       : 0;
+    const DWORD length = file.is_open()
+                             ? GetFinalPathNameByHandleA(file.handle, target.data(),
+                                                         static_cast<DWORD>(target.size()), 0)
+                             : 0;
     if (length == 0 || length >= target.size())
         return std::nullopt;
     target.resize(length);
@@ -195,8 +194,8 @@ int host_remove_lock(int descriptor, const char* name) {
     const std::optional<host_status> named = host_status_of_link(name);
     const std::optional<host_status> opened =
         descriptor >= 0 ? host_descriptor_status(descriptor) : named;
-    const bool is_same = named && opened && named->device == opened->device &&
-                         named->number == opened->number;
+    const bool is_same =
+        named && opened && named->device == opened->device && named->number == opened->number;
     if (!is_same || DeleteFileA(name) || GetLastError() == ERROR_FILE_NOT_FOUND)
         return 0;
     return error.fail();

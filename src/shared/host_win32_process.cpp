@@ -79,9 +79,9 @@ void host_sleep(uint32_t milliseconds) {
 template <typename Function>
 static Function* find_operation(const char* library, const char* name) {
     const HMODULE module = GetModuleHandleA(library);
-    return module ? reinterpret_cast<Function*>(
-                        reinterpret_cast<void*>(GetProcAddress(module, name)))
-                  : nullptr;
+    return module
+               ? reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)))
+               : nullptr;
 }
 
 // A process that a service starts may inherit a low memory priority, which would slow it down.
@@ -95,8 +95,8 @@ static void restore_memory_priority() {
     if (auto* const set =
             find_operation<set_process_information>("KERNEL32", "SetProcessInformation"))
         set(GetCurrentProcess(), memory_priority_class, &priority, sizeof priority);
-    else if (auto* const nt_set = find_operation<nt_set_information_process>(
-                 "NTDLL", "NtSetInformationProcess"))
+    else if (auto* const nt_set =
+                 find_operation<nt_set_information_process>("NTDLL", "NtSetInformationProcess"))
         nt_set(GetCurrentProcess(), nt_page_priority_class, &priority, sizeof priority);
 }
 
