@@ -9,6 +9,7 @@
 #include "debug/dnmlayout.h"
 #include "shared/genout.h"
 #include "shared/genpath.h"
+#include "shared/genreplace.h"
 #include "shared/gentemp.h"
 #include "shared/host.h"
 
@@ -28,6 +29,7 @@ struct write_job {
     std::vector<std::byte> head;      // prologue and header
     std::vector<table_output> tables; // in the order of writing
     std::string temporary;
+    gen_unfinished_file unfinished; // the temporary file
     gen_stream_ptr output;
     std::optional<host_status> old; // the file before its removal changed anything
 };
@@ -157,6 +159,7 @@ void give_owner_and_mode(const write_job& job) {
 }
 
 bool write_temporary(write_job& job) {
+    job.unfinished.guard(job.temporary);
     job.output = gen_open(job.temporary.c_str(), "wbx");
     if (!job.output)
         return false;
@@ -209,7 +212,7 @@ std::string temporary_name(const dnm_map& map) {
 } // namespace
 
 int STDnm_Write(dnm_map& map) {
-    write_job job = {map, {map.compressed, map.header.address_mode}, {}, {}, {}, nullptr, {}};
+    write_job job = {map, {map.compressed, map.header.address_mode}, {}, {}, {}, {}, nullptr, {}};
     if (!keeps_encoding(map))
         job.coding.compressed = true;
     place_tables(job, encode_head(map, job.coding, false).size());

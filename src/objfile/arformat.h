@@ -34,15 +34,17 @@ uint32_t ar_magic_size(obj_kind kind);
 uint32_t ar_header_size(obj_kind kind);
 
 // Reads the header at the stream's position and leaves the stream at the member's data. Long-name
-// tables on the way are taken in. Null at the end of the archive and after reported damage. The
-// record is the same at each call.
+// tables on the way are taken in; what is read of them stays in use until the next one, even for
+// another archive. Null at the end of the archive, which is also where a header is cut off by the
+// end of the file, and after reported damage. The size is never negative: such a member is damage,
+// but it may lead out of the file. The record is the same at each call.
 const ar_member* ar_read_member_header(gen_stream* stream, const char* archive_name);
 
 // What a handler is told of the member beside its data.
 struct ar_member_context {
     const char* archive_name = nullptr;
     const ar_member* member = nullptr; // null for a file that is no archive
-    std::string display_name;          // "archive(member)"
+    std::string display_name;          // "archive(member)", or the archive's for a whole file
 };
 
 // 0 for success. `headers` stands at the member's data, as `data` does; both may be moved.
@@ -51,9 +53,11 @@ using ar_handler = int32_t (*)(gen_stream* headers, gen_stream* data,
 
 struct ar_handler_table {
     ar_handler by_kind[OBJ_UNKNOWN + 1] = {}; // null: members of the kind have the result -1
+    ar_handler symbol_index = nullptr; // optional; called "archive(table of contents)", no result
 };
 
 // Visits every member in order, and hands each to the handler of its kind. A file that is no
 // archive is handed over as a whole. The result of the last member dispatched, 0 when there was
-// none. A file that cannot be opened ends the program.
+// none: members that cannot be identified do not count. A file that cannot be opened ends the
+// program. Members are identified by their own names. Handlers must not read another archive.
 int32_t ar_walk(const char* archive_name, const ar_handler_table& handlers);

@@ -22,8 +22,11 @@ std::optional<host_access> access_of(const char* mode) {
     for (const char* letter = mode; *letter; ++letter) {
         if (*letter == 'r')
             return strchr(letter, '+') ? host_access::update : host_access::read;
+        if (*letter == 'w' && !strchr(letter, 'x'))
+            return host_access::create;
         if (*letter == 'w')
-            return strchr(letter, 'x') ? host_access::create_exclusive : host_access::create;
+            return strchr(letter, '+') ? host_access::create_exclusive_update
+                                       : host_access::create_exclusive;
         if (*letter == 'a')
             return host_access::append;
     }

@@ -32,9 +32,10 @@ using gen_stream_ptr = std::unique_ptr<gen_stream, gen_stream_closer>;
 
 enum gen_origin { GEN_SEEK_SET, GEN_SEEK_CUR, GEN_SEEK_END };
 
-// Mode: the runtime's ("rb", "rb+", "wb", "ab"); "wbx" makes a new file that only its owner can
-// read and fails if the name is taken. Clears the error number first. Ends the program with
-// status 1 on failure; a directory fails with the error number for "is a directory".
+// Mode: the runtime's ("rb", "rb+", "wb", "ab"). "wbx" makes a new file that only its owner can
+// read and fails if the name is taken; "wb+x" does so with the permissions that the user's mask
+// leaves. Clears the error number first. Ends the program with status 1 on failure; a directory
+// fails with the error number for "is a directory".
 gen_stream_ptr gen_safe_fopen(const char* name, const char* kind, const char* mode);
 
 // Items read. Reports only when nothing was read; a shorter read is the caller's to notice.

@@ -68,6 +68,28 @@ bool gen_is_absolute(std::string_view name, host_path_rules rules) {
     return !name.empty() && gen_is_separator(name[0], rules);
 }
 
+// Windows looks for devices before it looks for files: "nul.o" is one, whatever the extension.
+static bool is_device_name(std::string_view name) {
+    name = name.substr(0, name.find('.'));
+    while (name.ends_with(' '))
+        name.remove_suffix(1);
+    for (const char* const device : {"con", "prn", "aux", "nul", "conin$", "conout$", "clock$"})
+        if (gen_equal_ignoring_case(name, device))
+            return true;
+    const std::string_view port = name.substr(0, 3);
+    return name.size() == 4 && name[3] >= '0' && name[3] <= '9' &&
+           (gen_equal_ignoring_case(port, "com") || gen_equal_ignoring_case(port, "lpt"));
+}
+
+bool gen_is_plain_name(std::string_view name) {
+    if (name.empty() || name == "." || name == ".." || is_device_name(name))
+        return false;
+    for (const char c : name)
+        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F || c == '/' || c == '\\' || c == ':')
+            return false;
+    return true;
+}
+
 bool gen_equal_ignoring_case(std::string_view a, std::string_view b) {
     if (a.size() != b.size())
         return false;

@@ -24,6 +24,10 @@ std::string gen_join(std::string_view directory, std::string_view name,
 // Begins at a root. Under Windows rules a drive alone is not enough, a root without drive is.
 bool gen_is_absolute(std::string_view name, host_path_rules rules = host_paths);
 
+// Whether `name` is a plain file name on every host: one that stays in the directory it is joined
+// to, and denotes a file there rather than a device.
+bool gen_is_plain_name(std::string_view name);
+
 // ASCII letters only, whatever the locale.
 bool gen_equal_ignoring_case(std::string_view a, std::string_view b);
 bool gen_ends_with_ignoring_case(std::string_view text, std::string_view end);

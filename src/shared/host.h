@@ -20,6 +20,7 @@ enum class host_path_rules {
 
 extern const host_path_rules host_paths;
 extern const char host_separator;        // the one that is written between directory and name
+extern const char host_line_end[];       // of text files
 extern const char host_program_suffix[]; // what program files end in: ".exe", or nothing
 
 // What a name or an open file denotes.
@@ -92,6 +93,11 @@ int64_t host_write_at(int descriptor, const void* buffer, size_t size, uint64_t 
 // The same at the descriptor's own position.
 int64_t host_read(int descriptor, void* buffer, uint32_t size);
 int64_t host_write(int descriptor, const void* buffer, uint32_t size);
+
+// An interrupt by the user or the system removes the guarded files before it ends the process. The
+// text of the name stays where it is until the file is released.
+void host_guard_file(const char* name);
+void host_release_file(const char* name);
 
 // Copies up to `size` bytes between two files inside the host. Bytes copied; 0 when the host has no
 // way to do it here, or at the end of the input: then the caller reads and writes.

@@ -22,4 +22,7 @@ struct errno_keeper {
     }
 };
 
+// Part of the start: see host_guard_file.
+void host_handle_interrupts();
+
 host_status host_status_from(const struct stat& from);

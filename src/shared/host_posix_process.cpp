@@ -139,6 +139,7 @@ int host_start() {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL);
+    host_handle_interrupts();
     occupy_standard_descriptors();
     return 0;
 }

@@ -9,6 +9,7 @@
 
 const host_path_rules host_paths = host_path_rules::windows;
 const char host_separator = '\\';
+const char host_line_end[] = "\r\n";
 const char host_program_suffix[] = ".exe";
 
 // Read by the runtime before main: a star in an option is meant for us, not for files.
@@ -106,11 +107,12 @@ FILETIME host_win32_file_time(int64_t seconds) {
     return {static_cast<DWORD>(ticks & UINT32_MAX), static_cast<DWORD>(ticks >> 32)};
 }
 
-// Of permissions there is only the read-only attribute, which means nothing for directories.
+// Of permissions there is only the read-only attribute, which means nothing for directories. What
+// others may do is said as most systems have it, because archives keep it.
 static uint32_t mode_from(DWORD attributes) {
     if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
         return 0777;
-    return (attributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0666;
+    return (attributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0644;
 }
 
 static DWORD attributes_with_mode(DWORD attributes, uint32_t mode) {
@@ -127,7 +129,7 @@ static std::optional<host_status> status_of_handle(HANDLE file) {
     if (!GetFileInformationByHandle(file, &found)) {
         if (GetFileType(file) == FILE_TYPE_UNKNOWN)
             return std::nullopt;
-        status.mode = 0666; // a device or a pipe
+        status.mode = 0644; // a device or a pipe
         return status;
     }
     status.is_directory = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;

@@ -1,4 +1,5 @@
 // The host on Windows: this process, its user and machine, other processes, time.
+#include <atomic>
 #include <ctime>
 #include <fcntl.h>
 #include <winsock2.h>
@@ -100,6 +101,34 @@ static void restore_memory_priority() {
         nt_set(GetCurrentProcess(), nt_page_priority_class, &priority, sizeof priority);
 }
 
+// Read by the handler, in a thread of its own, at any moment.
+static std::atomic<const char*> guarded[4]; // more are never unfinished at one time
+
+static bool replace_guarded(const char* from, const char* to) {
+    for (std::atomic<const char*>& slot : guarded)
+        if (slot.load() == from) {
+            slot.store(to);
+            return true;
+        }
+    return false;
+}
+
+void host_guard_file(const char* name) {
+    replace_guarded(nullptr, name);
+}
+
+void host_release_file(const char* name) {
+    replace_guarded(name, nullptr);
+}
+
+// The next handler, the system's, ends the process.
+static BOOL WINAPI remove_guarded_files(DWORD) {
+    for (std::atomic<const char*>& slot : guarded)
+        if (const char* const name = slot.load())
+            DeleteFileA(name);
+    return FALSE;
+}
+
 // A file that was opened as descriptor 2 would receive the tool's messages.
 static void occupy_standard_descriptors() {
     int descriptor;
@@ -113,6 +142,7 @@ static void occupy_standard_descriptors() {
 int host_start() {
     const errno_keeper error;
     restore_memory_priority();
+    SetConsoleCtrlHandler(remove_guarded_files, TRUE);
     const int status = host_win32_start_sockets();
     SetErrorMode(SetErrorMode(0) | SEM_FAILCRITICALERRORS); // an empty drive asks nobody for a disk
     occupy_standard_descriptors();

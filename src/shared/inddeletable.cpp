@@ -19,9 +19,10 @@ static constexpr int32_t stale_lock_age = 100;    // seconds
 static constexpr int32_t clean_lock_timeout = 30; // seconds
 static constexpr uint32_t root_mode = 0755;       // a root that others can write to is refused
 
-static std::string user_name() {
+static const std::string& user_name() {
     constexpr size_t longest = 256;
-    return host_user_name().substr(0, longest);
+    static const std::string name = host_user_name().substr(0, longest);
+    return name;
 }
 
 static std::string root_of(const std::string& name) {

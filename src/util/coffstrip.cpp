@@ -180,8 +180,7 @@ bool make_plan(const char* name, field_image& image, const coff_form& form,
     const uint64_t headers_end =
         plan.sections_at + uint64_t{header.f_nscns} * section_header_size(form);
     if (headers_end > image.bytes.size())
-        return report_damage(name, "%u section headers reach past the end of the file",
-                             unsigned{header.f_nscns});
+        return report_damage(name, "the headers reach past the end of the file");
     image.at = plan.sections_at;
     plan.lines_at = lowest_line_pointer(image, form, header.f_nscns);
 

@@ -11,6 +11,7 @@
 
 #include "shared/genout.h"
 #include "shared/genpath.h"
+#include "shared/genreplace.h"
 #include "shared/gentemp.h"
 #include "shared/host.h"
 #include "util/dnmupdate.h"
@@ -22,27 +23,12 @@
 
 namespace {
 
-constexpr uint32_t set_id_bits = 06000;
-
 // What the hook answers, nothing if empty. Stays after the file is done: later temporary names of
 // the run follow the most recent ELF input.
 std::string input_directory;
 
 std::optional<std::string> answer_input_directory() {
     return input_directory.empty() ? std::nullopt : std::optional(input_directory);
-}
-
-// The file that is replaced: behind symbolic links, the one that they lead to.
-std::string real_name(const char* name) {
-    constexpr int most_links = 40; // as many as hosts follow
-    std::string real = name;
-    for (int links = 0; links < most_links; ++links) {
-        const std::optional<std::string> target = host_link_target(real.c_str());
-        if (!target)
-            break;
-        real = gen_is_absolute(*target) ? *target : gen_join(gen_directory_part(real), *target);
-    }
-    return real;
 }
 
 struct strip_job {
@@ -53,6 +39,7 @@ struct strip_job {
     elf_image image;
 
     std::string result_name;
+    gen_unfinished_file unfinished; // the result, until it has taken the input's place
     bool replaces_input = false; // the result is renamed over the input
     gen_stream_ptr result;
 };
@@ -107,6 +94,7 @@ void open_result(strip_job& job) {
         if (!temporary)
             gen_fatal(status_failure, "Unable to open output file %s", job.name);
         job.result_name = *temporary;
+        job.unfinished.guard(*temporary);
     } else {
         job.result_name = *output_name;
     }
@@ -114,29 +102,14 @@ void open_result(strip_job& job) {
         gen_safe_fopen(job.result_name.c_str(), "output file", job.replaces_input ? "wbx" : "wb");
 }
 
-// Gives the result the input's owner and permissions. Set-id bits mean something else under
-// another owner, and are dropped there.
-void copy_owner_and_mode(const strip_job& job) {
-    const int descriptor = job.result->descriptor;
-    const host_status& from = job.input_status;
-    uint32_t mode = from.mode;
-    const std::optional<host_status> now = host_descriptor_status(descriptor);
-    const bool same_owner = now && now->owner == from.owner && now->group == from.group;
-    if (!same_owner && host_set_owner(descriptor, from.owner, from.group) != 0)
-        mode &= ~set_id_bits;
-    if (now && now->mode == mode)
-        return;
-    if (host_set_mode(descriptor, mode) != 0)
-        gen_perror("can't set the permissions of '%s'", job.name);
-}
-
 // Closes both files, unchecked but for the flush, and puts the result in its place. It has its
 // permissions by then, so that nobody ever finds the new file without them.
 void finish(strip_job& job) {
     if (job.result)
         gen_safe_fflush(job.result_name.c_str(), job.result.get());
-    if (job.replaces_input)
-        copy_owner_and_mode(job);
+    if (job.replaces_input &&
+        gen_copy_owner_and_mode(job.result->descriptor, job.input_status) != 0)
+        gen_perror("can't set the permissions of '%s'", job.name);
     job.input.reset();
     job.result.reset();
     if (job.replaces_input && host_rename(job.result_name.c_str(), job.input_name.c_str()) != 0)
@@ -191,7 +164,7 @@ void elf_strip(gen_stream_ptr stream, const char* name) {
     reconcile_options();
     strip_job job;
     job.name = name;
-    job.input_name = real_name(name);
+    job.input_name = gen_real_name(name);
     job.input = std::move(stream);
     job.image.name = name;
     job.image.stream = job.input.get();

@@ -6,6 +6,7 @@
 #include "shared/genfile.h"
 #include "shared/genout.h"
 #include "shared/indgeninit.h"
+#include "util/archstrip.h"
 #include "util/coffstrip.h"
 #include "util/elfstrip.h"
 #include "util/options.h"
@@ -26,11 +27,6 @@ void take_option(const char* argument) {
     parse_option(argument);
 }
 
-// Formats whose stripper is not built yet: the file is left alone.
-void refuse_for_now(const char* name, const char* what) {
-    gen_error("file '%s' is not stripped: %s are not supported yet", name, what);
-}
-
 void route(gen_stream_ptr stream, const char* name, const objinfo& info) {
     const bool known = info.target != 0;
     switch (info.kind) {
@@ -47,8 +43,8 @@ void route(gen_stream_ptr stream, const char* name, const objinfo& info) {
     case OBJ_ARCHIVE:
     case OBJ_ARCHIVE64:
         close_operand(name, std::move(stream));
-        refuse_for_now(name, "archives");
-        gen_error("failed to strip file '%s'", name);
+        if (archive_strip(name) != 0)
+            gen_error("failed to strip file '%s'", name);
         return;
     default:
         if (forced_kind || (known && (info.kind == OBJ_COFF || info.kind == OBJ_XCOFF)))

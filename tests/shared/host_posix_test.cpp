@@ -40,6 +40,25 @@ TEST_F(host_posix, after_the_start_writes_fail_instead_of_ending_the_program) {
     EXPECT_EQ(run_child(body).first, 0);
 }
 
+// An ignored signal, as of a job in the background, stays ignored; the others end the process as
+// the parent would expect, and take the unfinished files with them.
+TEST_F(host_posix, an_interrupt_removes_unfinished_files) {
+    static const char* const released = "done"; // by its address
+    const auto body = [] {
+        std::signal(SIGHUP, SIG_IGN);
+        host_start();
+        for (const char* name : {released, "one", "two"}) {
+            host_close(host_open(name, host_access::create));
+            host_guard_file(name);
+        }
+        host_release_file(released);
+        raise(SIGHUP);
+        raise(SIGTERM);
+    };
+    EXPECT_EQ(run_child(body).first, 128 + SIGTERM);
+    EXPECT_EQ(place.list(), words{released});
+}
+
 TEST_F(host_posix, a_childs_status_says_how_it_ended) {
     const std::tuple<const char*, const char*, int> rows[] = {
         {"/bin/sh -c \"exit 7\"", "", 7},

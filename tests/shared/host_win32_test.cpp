@@ -2,10 +2,13 @@
 // processes, and how the program fares with them.
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <process.h>
 #include <windows.h>
 
 #include "shared/genout.h"
+#include "shared/gentemp.h"
 #include "shared/host.h"
+#include "shared/inddeletable.h"
 #include "shared/indgeninit.h"
 #include "shared/indgensys.h"
 #include "support/child.h"
@@ -66,7 +69,7 @@ TEST_F(host_win32, the_read_only_attribute_is_given_back_to_a_map) {
     EXPECT_NE(place.state("prog.dnm").modified, before.modified);
     EXPECT_EQ(place.state("prog.dnm").mode, 0444U);
     host_set_mode("prog.dnm", 0644);
-    EXPECT_EQ(place.state("prog.dnm").mode, 0666U);
+    EXPECT_EQ(place.state("prog.dnm").mode, 0644U);
 }
 
 TEST_F(host_win32, the_read_only_attribute_is_honoured) {
@@ -174,6 +177,33 @@ TEST_F(host_win32, directories_are_listed_owned_and_removed_with_all_in_them) {
     EXPECT_FALSE(host_list_directory("d\\a"));
     EXPECT_EQ(host_remove_tree("d"), 0);
     EXPECT_EQ(place.list(), words{});
+}
+
+std::optional<std::string> current_directory() {
+    return ".";
+}
+
+// The roots are kept for the whole run.
+TEST_F(host_win32, scratch_directories_and_stale_locks) {
+    const auto body = [&] {
+        gen_tmpdir_hook = current_directory;
+        const std::string root = gen_session_root();
+        EXPECT_EQ(root, ".\\ORVSD_" + host_user_name() + "\\");
+        const std::string dead = root + "0_dead", lock = root.substr(0, root.size() - 1) + "_.lock";
+        place.put(dead + "/f", "", 0444);
+        place.put(lock, "");
+        host_set_times(lock.c_str(), host_time() - 200);
+        const std::string made = gen_make_session_dir("a", 0777).value_or("");
+        EXPECT_EQ(made, root + std::to_string(host_process_id()) + "_a_1");
+        EXPECT_EQ(place.list(made), words{"dont_delete"});
+        EXPECT_FALSE(host_name_taken(lock.c_str()));
+        EXPECT_TRUE(gen_clean_session_dirs());
+        EXPECT_EQ(place.list(), words{});
+        _exit(HasFailure());
+    };
+    const child_end end = run_child(body);
+    EXPECT_EQ(end.first, 0);
+    EXPECT_EQ(end.second.substr(0, 41), "objtrim: warning: Breaking lock on .\\ORVS");
 }
 
 TEST_F(host_win32, offsets_beyond_4_gib) {

@@ -20,6 +20,8 @@ using child_end = std::pair<int, std::string>; // exit status, 128 + n for signa
 // that it wrote to standard error. On hosts that cannot fork the child is a second run of the test
 // as far as this call, in the same directories: a test must get there again by the same way.
 child_end run_child(const std::function<void()>& body);
+// Runs `body` in so many children at once, each with its number. It has to answer true in all.
+void expect_together(int children, const std::function<bool(int child)>& body);
 // The body returns, and has written the text.
 void expect_text(const std::function<void()>& body, const std::string& text);
 // Each body ends with status 1 and the text as a fatal message.

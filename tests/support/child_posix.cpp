@@ -33,3 +33,15 @@ child_end run_child(const std::function<void()>& body) {
         result.first = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return result;
 }
+
+void expect_together(int children, const std::function<bool(int child)>& body) {
+    for (int child = 0; child < children; ++child)
+        if (fork() == 0) {
+            alarm(child_seconds);
+            _exit(body(child) ? 0 : 1);
+        }
+    int ended_well = 0;
+    for (int status = 0; wait(&status) > 0;)
+        ended_well += status == 0;
+    EXPECT_EQ(ended_well, children);
+}

@@ -5,14 +5,6 @@
 
 namespace {
 
-// One number for each digit, which is its width.
-std::string pack(bool big_endian, const char* widths, std::initializer_list<uint64_t> values) {
-    std::string bytes;
-    for (uint64_t value : values)
-        bytes += number(value, static_cast<size_t>(*widths++ - '0'), big_endian);
-    return bytes;
-}
-
 // None of the bytes is 0.
 std::string filler(size_t size) {
     std::string bytes;
@@ -35,6 +27,13 @@ uint64_t number_at(const std::string& bytes, size_t at, size_t width, bool big_e
     for (size_t i = 0; i < width; ++i)
         value = value << 8 | static_cast<uint8_t>(bytes.at(at + (big_endian ? i : width - 1 - i)));
     return value;
+}
+
+std::string pack(bool big_endian, const char* widths, std::initializer_list<uint64_t> values) {
+    std::string bytes;
+    for (uint64_t value : values)
+        bytes += number(value, static_cast<size_t>(*widths++ - '0'), big_endian);
+    return bytes;
 }
 
 built_file build_coff(const coff_draft& draft) {

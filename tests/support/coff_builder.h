@@ -10,6 +10,9 @@
 std::string number(uint64_t value, size_t width, bool big_endian = false);
 uint64_t number_at(const std::string& bytes, size_t at, size_t width, bool big_endian);
 
+// One number for each digit, which is its width.
+std::string pack(bool big_endian, const char* widths, std::initializer_list<uint64_t> values);
+
 struct coff_draft {
     std::string magic = "\x4C\x01";
     size_t entry_size = 18; // of a symbol; there are ten

@@ -65,7 +65,7 @@ int run_process(std::string line, const child_streams& streams, const char* dire
     return static_cast<int>(status);
 }
 
-run_result run_program(const std::string& directory, const std::string& line, const run_limits&) {
+static run_result run(const std::string& directory, const std::string& line) {
     const std::string out = directory + ".out", err = directory + ".err";
     const child_streams streams = {open_for_child("NUL", GENERIC_READ, OPEN_EXISTING),
                                    open_for_child(out.c_str(), GENERIC_WRITE, CREATE_ALWAYS),
@@ -76,9 +76,18 @@ run_result run_program(const std::string& directory, const std::string& line, co
     return {status, unix_lines(read_file(out)), unix_lines(read_file(err))};
 }
 
-// The compilers and dump programs that tests ask for belong to other hosts.
-run_result run_tool(const std::string&, const std::string&) {
-    return {};
+run_result run_program(const std::string& directory, const std::string& line, const run_limits&) {
+    return run(directory, "\"" + program + "\" " + line);
+}
+
+// A program of ours is named in quotes. The compilers and dump programs that tests ask for belong
+// to other hosts.
+run_result run_tool(const std::string& directory, const std::string& line) {
+    if (!line.starts_with("'"))
+        return {};
+    const size_t end = line.find('\'', 1);
+    const std::string own = std::filesystem::absolute(line.substr(1, end - 1)).string();
+    return run(directory, "\"" + own + "\"" + line.substr(end + 1));
 }
 
 void set_variable(const char* name, const char* value) {
@@ -92,7 +101,7 @@ std::string test_program() {
 }
 
 uint32_t host_mode(uint32_t mode) {
-    return (mode & 0200) != 0 ? 0666 : 0444;
+    return (mode & 0200) != 0 ? 0644 : 0444;
 }
 
 void set_mode_and_age(const std::string& file, uint32_t mode) {

@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
+#include "support/child.h"
 #include "support/coff_builder.h"
+#include "util/coffstrip.h"
 
 namespace {
 
@@ -57,36 +59,65 @@ const coff_draft drafts[] = {
     {"\x60\x01", 24, BEFORE, mixed},
     {"\x01\x60", 24, NONE, {}, true},
     {zero + "\xC2", 18, BEHIND, inlined, true, true},
+    {"zz", 0, BEFORE, mixed},
+    {"\x07\x01", 12},
 };
 
 TEST(coffstrip, every_form) {
     for (const coff_draft& draft : drafts) {
         SCOPED_TRACE(&draft - drafts);
         const std::string bytes = build_coff(draft).bytes;
-        expect_result(bytes, "", stripped(draft, bytes), "-o=out -a");
+        const bool forced = draft.entry_size < 18;
+        expect_result(bytes, "", stripped(draft, bytes), forced ? "-F" : "-o=out -a");
     }
     const std::string bytes = build_coff({zero + "\x89", 18, NONE, mixed, true}).bytes;
     expect_result(bytes, "", stripped(drafts[5], bytes).replace(0, 2, zero + "\x88"));
 }
 
+// For COFF files: images do not know it.
 TEST(coffstrip, the_ti_form_stays_for_the_run) {
     const coff_draft draft = {"\x4C\x01", 18, BEFORE, mixed, false, true};
     const std::string bytes = build_coff(draft).bytes;
     work_place place;
     place.put("ti", build_coff(drafts[0]).bytes);
     place.put("f", bytes);
-    EXPECT_EQ(place.trim("ti f").err, "");
+    for (const char* image : {"image", "same"})
+        place.put(image, build_pe({}).bytes);
+    EXPECT_EQ(place.trim("ti f image").err + place.trim("same").err, "");
     EXPECT_EQ(place.get("f"), stripped(draft, bytes));
+    EXPECT_EQ(place.get("image"), place.get("same"));
 }
 
-TEST(coffstrip, unrecognised_and_aout_files_when_forced) {
-    const coff_draft files[] = {{"zz", 0, BEFORE, mixed}, {"\x07\x01", 12}};
-    for (const coff_draft& draft : files) {
-        const std::string bytes = build_coff(draft).bytes;
-        expect_result(bytes, error + "file 'f' is not COFF/ELF\n", bytes);
-        expect_result(bytes, "", stripped(draft, bytes), "-F");
+// No magic number leads to these forms: addresses with a high word, and counts of two halves. What
+// was read wide is written at the usual width.
+struct wide_coffstrip : placed_test {
+    void check(objinfo info, const std::string& fields, const std::string& said) const {
+        const auto begin = [](size_t symbols_at, size_t count) {
+            return pack(false, "2244444", {0x14C, 1, 0, symbols_at, count, 0, 0x65646977}) + zeros;
+        };
+        const size_t lines_at = 28 + fields.size();
+        const std::string strings = number(7, 4) + "abc";
+        const std::string bytes = begin(lines_at + 6, 1) + fields + std::string(24, 'x') + strings;
+        info.machine = 0x14C;
+        info.sym_entry_size = 18;
+        expect_text([&] { ti_coff = false, coff_strip(stream_of(bytes), "f", info); }, said);
+        std::string expected = begin(lines_at, 0) + zero;
+        expected += pack(false, "44444444", {1, 2, 0x80000000, 3, 4, 0, 5, 6});
+        EXPECT_EQ(place.get("f"), expected + bytes.substr(61, lines_at - 61) + strings);
     }
-    expect_result("", damage, "", "-F");
+};
+
+TEST_F(wide_coffstrip, writes_the_usual_width) {
+    const std::string warning = "objtrim: warning: 64-bit entries not supported!\n";
+    objinfo info = {};
+    info.kind = OBJ_COFF4;
+    check(info,
+          pack(false, "444444444444224",
+               {1, 0, 2, 0, 0x80000000, UINT32_MAX, 3, 1, 4, 0, 84, 0, 5, 2, 6}),
+          warning + warning);
+    info.kind = OBJ_COFF;
+    info.target = 20;
+    check(info, pack(false, "44444422224", {1, 2, 0x80000000, 3, 4, 64, 7, 5, 7, 2, 6}), "");
 }
 
 TEST(coffstrip, wrong_numbers) {
@@ -110,6 +141,7 @@ TEST(coffstrip, wrong_numbers) {
     expect_results(file.bytes, groups, strip);
     for (size_t length : {2u, 19u, 167u})
         expect_result(file.bytes.substr(0, length), damage, file.bytes.substr(0, length));
+    expect_result("", damage, "", "-F");
     // Symbols that begin where the file ends, or behind that.
     const built_file plain = build_coff({});
     const std::string bytes = plain.bytes.substr(0, plain.symbols_at);

@@ -67,22 +67,4 @@ TEST(pestrip, refusals) {
     expect_result(shorter, no, shorter);
 }
 
-TEST(pestrip, a_real_image) {
-    work_place place;
-    place.put("f.c", "int table[4] = {1, 2}; int mainCRTStartup(void) { return table[1]; }");
-    const run_result built =
-        place.command("clang --target=x86_64-pc-windows-msvc -fuse-ld=lld -nostdlib -o f f.c "
-                      "-Wl,-subsystem:console,-debug:symtab");
-    const std::string dump = "llvm-objdump --section-headers --full-contents f";
-    const std::string before = place.command(dump).out;
-    if (built.status != 0 || before.empty())
-        GTEST_SKIP() << "no PE images can be made and read here: " << built.err;
-    EXPECT_EQ(place.trim("f").err, "");
-    EXPECT_EQ(place.command(dump).out, before);
-    const run_result read = place.command("llvm-readobj --file-headers --sections f");
-    EXPECT_EQ(read.err, "");
-    EXPECT_NE(read.out.find("SymbolCount: 0"), std::string::npos);
-    EXPECT_NE(read.out.find("IMAGE_FILE_DEBUG_STRIPPED"), std::string::npos);
-}
-
 } // namespace

@@ -1,0 +1,39 @@
+// The entry of lbm, which puts files back into the archive that they were taken from.
+//
+// There is one form of the command line and no other: one that a blank in a name has torn apart is
+// refused, so that no other archive than the one that is meant can come to harm.
+#include <cstring>
+#include <optional>
+#include <vector>
+
+#include "archiver/rebuild.h"
+#include "shared/genout.h"
+#include "shared/genreplace.h"
+#include "shared/host.h"
+#include "shared/indgeninit.h"
+
+static bool run(const char* archive_name, const char* list_name) {
+    const std::optional<std::vector<listed_file>> files = read_list(list_name, archive_name);
+    if (!files)
+        return false;
+    const std::string real_name = gen_real_name(archive_name);
+    return host_name_taken(real_name.c_str()) ? rebuild_archive(archive_name, real_name, *files)
+                                              : create_archive(archive_name, real_name, *files);
+}
+
+int main(int argc, char** argv) {
+    const char* program_path[] = {argc > 0 ? argv[0] : ""};
+    int program_path_count = 1;
+    gen_init(program_path[0], program_path_count, program_path, gen_init_options());
+    gen_set_program_name("lbm");
+
+    const bool is_sound = argc == 4 && strcmp(argv[1], "-rc") == 0 && argv[2][0] != '\0' &&
+                          argv[3][0] == '@' && argv[3][1] != '\0';
+    if (!is_sound) {
+        gen_error("usage: lbm -rc archive @listfile");
+        gen_exit(status_failure);
+    }
+    if (!run(argv[2], argv[3] + 1))
+        gen_exit(status_failure);
+    gen_exit_success();
+}

@@ -1,0 +1,90 @@
+// Fields of archive headers, and the words for damage. All damage comes through here, so that the
+// switch that makes it fatal has one reader.
+#include "objfile/arfield.h"
+
+#include <cinttypes>
+
+#include "objfile/arformat.h"
+#include "shared/genout.h"
+
+bool ar_damage_is_fatal = true;
+
+namespace {
+
+bool is_space(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+} // namespace
+
+int64_t ar_decimal(std::string_view field) {
+    while (!field.empty() && is_space(field.front()))
+        field.remove_prefix(1);
+    const bool negative = field.starts_with('-');
+    if (negative || field.starts_with('+'))
+        field.remove_prefix(1);
+    uint64_t value = 0;
+    for (const char c : field) {
+        if (c < '0' || c > '9')
+            break;
+        value = value * 10 + static_cast<uint64_t>(c - '0');
+    }
+    return static_cast<int64_t>(negative ? 0 - value : value);
+}
+
+uint32_t ar_octal(std::string_view field) {
+    uint32_t value = 0;
+    for (const char c : field) {
+        if (c < '0' || c > '7')
+            break;
+        value = value << 3 | static_cast<uint32_t>(c - '0');
+    }
+    return value;
+}
+
+std::string_view ar_without_trailing_space(std::string_view text) {
+    while (!text.empty() && is_space(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+std::string_view ar_text(std::string_view bytes) {
+    return bytes.substr(0, bytes.find('\0'));
+}
+
+bool ar_read_header_bytes(gen_stream& stream, const char* archive_name, char* to, size_t size) {
+    stream.read_error = 0;
+    if (gen_read_stream(stream, to, size) == size)
+        return true;
+    if (stream.read_error != 0)
+        ar_report_read_error(archive_name);
+    return false;
+}
+
+bool ar_check_terminator(const gen_stream& stream, const char* archive_name,
+                         std::string_view found) {
+    static constexpr char message[] =
+        "Unexpected chars in archive file header '%s' at 0x%" PRIx64 " '\\%03o' '\\%03o'";
+    if (found == "`\n")
+        return true;
+    const unsigned bytes[2] = {static_cast<uint8_t>(found[0]), static_cast<uint8_t>(found[1])};
+    if (ar_damage_is_fatal)
+        gen_fatal(status_failure, message, archive_name, stream.position, bytes[0], bytes[1]);
+    gen_error(message, archive_name, stream.position, bytes[0], bytes[1]);
+    return false;
+}
+
+void ar_report_read_error(const char* archive_name) {
+    static constexpr char message[] = "error reading archive file '%s'";
+    if (ar_damage_is_fatal)
+        gen_fatal(status_failure, message, archive_name);
+    gen_error(message, archive_name);
+}
+
+bool ar_check_size(const char* archive_name, const char* member_name, int64_t size) {
+    if (size >= 0)
+        return true;
+    gen_warning("%s has negative size (%" PRId64 ")", member_name, size);
+    ar_report_read_error(archive_name);
+    return false;
+}

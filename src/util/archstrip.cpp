@@ -1,0 +1,169 @@
+// The archive workflow: each ELF member is copied into a scratch directory of this process and
+// stripped there; then the archiver replaces the members by their copies.
+//
+// A member's name is data from a file. A copy is made only for a name that cannot lead out of the
+// scratch directory, and only where nothing is in its way.
+#include "util/archstrip.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "objfile/arformat.h"
+#include "objfile/objident.h"
+#include "shared/genfile.h"
+#include "shared/genout.h"
+#include "shared/genpath.h"
+#include "shared/host.h"
+#include "shared/indconfig.h"
+#include "shared/inddeletable.h"
+#include "shared/indgensys.h"
+#include "util/elfstrip.h"
+
+namespace {
+
+constexpr uint32_t scratch_mode = 0777;
+constexpr int tools_directory = 2; // the install type of the programs beside this one
+
+// The archive at hand. It is process-wide because the handler of the walk, and the handler of a
+// fatal end, have nothing else to find it by.
+struct archive_run {
+    std::string archive_dir;
+    std::string archive_list; // names the stripped copies, for the archiver
+    gen_stream_ptr list;
+    uint32_t stripped_count = 0;
+};
+archive_run run;
+bool scratch_is_in_use;
+
+void clean_at_exit() {
+    if (scratch_is_in_use)
+        gen_clean_session_dirs();
+}
+
+// The directory and everything below it go at the end of the run, however that comes.
+bool make_scratch_directory() {
+    static const bool registered = std::atexit(clean_at_exit) == 0;
+    if (!registered)
+        return false;
+    std::optional<std::string> made = gen_make_session_dir("objtrim_lib", scratch_mode);
+    if (!made)
+        return false;
+    scratch_is_in_use = true;
+    run.archive_dir = std::move(*made);
+    run.archive_list = gen_join(run.archive_dir, "objfiles");
+    return true;
+}
+
+void remove_scratch_directories() {
+    run = archive_run();
+    gen_clean_session_dirs();
+    scratch_is_in_use = false;
+}
+
+// The list is open from the first member to the last: nobody reads it before that.
+void open_list() {
+    if (!run.list)
+        run.list = gen_safe_fopen(run.archive_list.c_str(), "@file", "wb+x");
+}
+
+void add_to_list(const std::string& copy) {
+    const std::string line = copy + host_line_end;
+    gen_safe_fwrite64(run.archive_list.c_str(), line.data(), 1, line.size(), run.list.get());
+}
+
+// Where the member's copy goes; every further member of the same name gets a directory of its own.
+std::optional<std::string> copy_path(const std::string& member_name) {
+    std::string path = gen_join(run.archive_dir, member_name);
+    if (!host_name_taken(path.c_str()))
+        return path;
+    const std::optional<std::string> other = gen_make_session_dir("objtrim_lib_alt", scratch_mode);
+    if (!other)
+        return std::nullopt;
+    return gen_join(*other, member_name);
+}
+
+// Null after a report.
+gen_stream_ptr extract(gen_stream* archive, const ar_member_context& context,
+                       const std::string& path) {
+    const uint64_t size = static_cast<uint64_t>(context.member->size);
+    gen_stream_ptr copy = gen_safe_fopen(path.c_str(), "object", "wb+x");
+    if (gen_copy_stream(*archive, *copy, size) == size && gen_seek(*copy, 0, GEN_SEEK_SET) == 0)
+        return copy;
+    gen_error("failed to extract file %s from archive %s", context.member->name.c_str(),
+              context.archive_name);
+    return nullptr;
+}
+
+bool is_known_elf(gen_stream* stream) {
+    const objinfo* const info = obj_identify(stream, nullptr);
+    return info != nullptr && info->kind == OBJ_ELF && info->target != 0;
+}
+
+// The copy counts as stripped whatever became of it: it then replaces the member unchanged.
+int32_t archive_member_strip(gen_stream*, gen_stream* data, const ar_member_context& context) {
+    if (context.member == nullptr) {
+        gen_error("file '%s' has changed: it is no archive any more", context.archive_name);
+        return 1;
+    }
+    const ar_member& member = *context.member;
+    if (!gen_is_plain_name(member.name)) {
+        gen_error("objtrim does not support archived objects in multiple directories");
+        return 1;
+    }
+    open_list();
+    const std::optional<std::string> path = copy_path(member.name);
+    if (!path)
+        return 1;
+    gen_stream_ptr copy = extract(data, context, *path);
+    if (!copy)
+        return 1;
+    if (!is_known_elf(copy.get())) {
+        gen_error("file %s(%s) is not a known ELF type\n", context.archive_name,
+                  member.name.c_str());
+        return 1;
+    }
+    elf_strip(std::move(copy), path->c_str());
+    ++run.stripped_count;
+    add_to_list(*path);
+    host_set_times(path->c_str(), member.date);
+    host_set_mode(path->c_str(), member.mode & 0777);
+    return 0;
+}
+
+// A name with a blank, in any of the three, reaches the archiver torn apart.
+int32_t rebuild(const char* archive_name) {
+    std::string archiver = "lbm";
+    if (const std::optional<std::string> directory = gen_getinstalldir(tools_directory))
+        archiver = gen_join(*directory, archiver);
+    if (gen_can_exec(archiver.c_str()) != 1) {
+        gen_error("cannot exec \"%s\"", archiver.c_str());
+        return 1;
+    }
+    const std::string command = archiver + " -rc " + archive_name + " @" + run.archive_list;
+    return gen_run(command.c_str(), "");
+}
+
+int32_t strip_members(const char* archive_name) {
+    ar_handler_table handlers;
+    handlers.by_kind[OBJ_ELF] = archive_member_strip;
+    const int32_t result = ar_walk(archive_name, handlers);
+    if (result != 0 || run.stripped_count == 0)
+        return result;
+    // A list with a hole in it would leave members as they were without a word from the archiver.
+    const bool list_is_whole = run.list->write_error == 0;
+    run.list.reset();
+    return list_is_whole ? rebuild(archive_name) : 1;
+}
+
+} // namespace
+
+int32_t archive_strip(const char* archive_name) {
+    if (!make_scratch_directory())
+        return 1;
+    const int32_t status = strip_members(archive_name);
+    remove_scratch_directories();
+    return status;
+}

@@ -1,0 +1,248 @@
+// Archives before and after a run of lbm: byte for byte where the test builds them, judged by the
+// system's own tools where those do.
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#include "support/ar_builder.h"
+#include "support/elf_builder.h"
+#include "support/runner.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+const std::string lbm = "'" OBJTRIM_ARCHIVER "' ";
+const std::string date = "1000000000"; // of all files that a test puts into its place
+
+struct defined {
+    std::string name;
+    uint8_t info = 0x12; // a global function
+    uint32_t section = 1;
+};
+
+// An object with these symbols; `text` tells it from others.
+std::string object(const elf_form& form, const std::string& text,
+                   const std::vector<defined>& symbols) {
+    std::string names(1, '\0'), table;
+    append_entry(table, form, form.is_64() ? 24 : 16, {});
+    for (const auto& [name, info, section] : symbols) {
+        append_entry(
+            table, form, form.is_64() ? 24 : 16,
+            {{field::st_name, names.size()}, {field::st_info, info}, {field::st_shndx, section}});
+        names += name + '\0';
+    }
+    return build_elf({.form = form,
+                      .sections = {{".text", sht::progbits, shf::alloc, text},
+                                   {".symtab", sht::symtab, 0, table, 8, ".strtab"},
+                                   {".strtab", sht::strtab, 0, names}},
+                      .type = et::rel});
+}
+
+// Fills the index, which is the first draft, with names, each before the number of its member.
+void index_them(obj_kind kind, std::vector<ar_draft>& drafts, const std::string& line) {
+    const words pairs = split(line);
+    std::vector<std::pair<std::string, uint64_t>> entries;
+    for (int pass = 0; pass < 2; ++pass) { // the first one settles the size
+        entries.clear();
+        for (size_t i = 0; i < pairs.size(); i += 2)
+            entries.emplace_back(
+                pairs[i],
+                build_archive(kind, {drafts.begin(), drafts.begin() + stoi(pairs[i + 1])}).size());
+        drafts[0].data = ar_index(entries);
+        drafts[0].data.resize((drafts[0].data.size() + 1) / 2 * 2);
+    }
+}
+
+// Members alike in name, of several kinds: a text, objects of two classes, and one more object.
+TEST(lbm, replaces_the_listed_members_and_nothing_else) {
+    for (const obj_kind kind : {OBJ_ARCHIVE, OBJ_ARCHIVE64}) {
+        const elf_form &one = elf_forms[0], &other = elf_forms[3];
+        const ar_draft table = {.name = "//", .data = "a_long_name_of_an_object.o/\n"};
+        const ar_draft text = {.name = "same.o/", .data = "!<arch of text", .mode = "600"};
+        std::vector<ar_draft> drafts = {
+            {.name = "/", .date = "77", .mode = "0"},
+            table,
+            text,
+            {.name = "same.o/", .data = object(one, "1", {{"first"}}), .uid = "", .mode = "644"},
+            {.name = "same.o/", .data = object(other, "2", {{"second"}})},
+            {.name = "/0", .data = object(one, "3", {{"third"}})},
+            {.name = "same.o/", .data = object(one, "4", {{"fourth"}})},
+            {.name = "last.txt/", .data = "odd"},
+        };
+        index_them(kind, drafts, "first 3 second 4 third 5 fourth 6");
+        work_place place;
+        place.put("x.a", build_archive(kind, drafts), 0640);
+
+        // What is undefined, local, a section or a file is not in an index; what a compiler left
+        // to itself keeps the entries that it has.
+        drafts[3].data = object(one, "new and longer",
+                                {{"local", 0x02},
+                                 {"weak", 0x22},
+                                 {"absent", 0x10, 0},
+                                 {"common", 0x11, 0xFFF2},
+                                 {"unique", 0x1A},
+                                 {"file", 0x14},
+                                 {"section", 0x13},
+                                 {"absolute", 0x10, 0xFFF1},
+                                 {""}});
+        drafts[4].data = object(other, "", {});
+        drafts[6].data = object(one, "4th", {{"__gnu_lto_slim", 0x11, 0xFFF2}});
+        place.put("1/same.o", drafts[3].data, 0755);
+        place.put("2/same.o", drafts[4].data, 0400);
+        place.put("3/same.o", drafts[6].data, 0604);
+        place.put("list", "2/same.o\r\n1/same.o\n\n" + place.directory + "/3/same.o");
+        drafts[3].date = drafts[4].date = drafts[6].date = date;
+        drafts[3].mode = "755";
+        drafts[4].mode = "100400";
+        drafts[6].mode = "100604";
+        index_them(kind, drafts, "weak 3 common 3 unique 3 absolute 3 third 5 fourth 6");
+
+        std::filesystem::create_symlink("x.a", place.path("link.a"));
+        const run_result result = place.command(lbm + "-rc link.a @list");
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.out + result.err, "");
+        EXPECT_EQ(difference(place.get("x.a"), build_archive(kind, drafts)), "");
+        EXPECT_EQ(place.state("x.a").mode, 0640u);
+        EXPECT_EQ(place.list(), split("1 2 3 link.a list x.a"));
+        EXPECT_TRUE(std::filesystem::is_symlink(place.path("link.a")));
+    }
+}
+
+TEST(lbm, makes_an_archive_that_is_missing) {
+    std::vector<ar_draft> drafts = with_long_names(
+        {{.name = "an_object_of_a_long_name.o", .data = object(elf_forms[0], "1", {{"first"}})},
+         {.name = "15_letters_long", .data = "odd"},
+         {.name = "16_letters_long_", .data = "even"}});
+    drafts.insert(drafts.begin(), {.name = "/"});
+    for (ar_draft& draft : drafts)
+        draft.date = draft.uid = draft.gid = draft.mode = "0";
+    for (size_t i = 2; i < drafts.size(); ++i) {
+        drafts[i].date = date;
+        drafts[i].mode = "100644";
+    }
+    index_them(OBJ_ARCHIVE, drafts, "first 2");
+    work_place place;
+    place.put("an_object_of_a_long_name.o", drafts[2].data);
+    place.put("15_letters_long", drafts[3].data);
+    place.put("16_letters_long_", drafts[4].data);
+    place.put("list", "an_object_of_a_long_name.o\n15_letters_long\n16_letters_long_\n");
+    EXPECT_EQ(place.command(lbm + "-rc new.a @list").err, "");
+    EXPECT_EQ(difference(place.get("new.a"), build_archive(OBJ_ARCHIVE, drafts)), "");
+    EXPECT_EQ(place.state("new.a").mode, 0644u);
+}
+
+struct refusal {
+    std::string archive;
+    std::string list;
+    std::string complaint; // a part of it
+    std::string arguments = "-rc x.a @list";
+};
+
+TEST(lbm, refuses_without_a_trace) {
+    const std::string whole = object(elf_forms[0], "1", {{"first"}});
+    std::string damaged = whole;
+    set_field(damaged, field::sh_size, UINT32_MAX, 2);
+    const auto archive = [](std::vector<ar_draft> drafts, const std::string& rest = "") {
+        drafts.push_back({.name = "m.o/", .data = object(elf_forms[0], "", {})});
+        return build_archive(OBJ_ARCHIVE, drafts) + rest;
+    };
+    const auto index = [&](const std::string& data) {
+        return archive({{.name = "/", .data = data}});
+    };
+    const uint64_t header = 8 + 60 + 12;
+    const std::string sound = index(ar_index({{"abc", header}}));
+    for (const refusal& refusal : std::vector<refusal>{
+             {sound, "m.o\n", "usage: lbm", "-rc x.a y.a @list"},
+             {sound, "m.o\n", "usage: lbm", "-rc x.a list"},
+             {sound, "m.o\n", "usage: lbm", "-r x.a @list"},
+             {sound, "m.o\n", "usage: lbm", "-rc x.a"},
+             {sound, "m.o\nm.o\n", "member 'm.o': no member has this name"},
+             {sound, "other/m.o\n", "file 'other/m.o'"}, // of the other class
+             {sound, "text\n", "member 'text': no member"},
+             {sound, "missing\n", "can't open file 'missing'"},
+             {sound, "other\n", "'other' is no file"},
+             {sound, "m.o\0x\n"s, "is no name of a file"},
+             {sound, "damaged/m.o\n", "the symbols of file 'damaged/m.o' cannot be told"},
+             {sound, "m.o\n", "can't open the list", "-rc x.a @absent"},
+             {sound, "m.o\n", "can't create", "-rc absent/x.a @list"},
+             {archive({{.name = "/SYM64/", .data = "abcd"}}), "m.o\n", "of this form"},
+             {archive({{.name = "__.SYMDEF", .data = "abcd"}}), "m.o\n", "of this form"},
+             {archive({{.name = "________64EL", .data = "abcd"}}), "m.o\n", "of this form"},
+             {archive({{.name = "#1/12", .data = "__.SYMDEF\0\0\0"s}}), "m.o\n", "of this form"},
+             {archive({{.name = "/", .data = ar_index({})}, {.name = "/"}}), "m.o\n",
+              "there is a symbol index before"},
+             {index("\0\0\0"s), "m.o\n", "no count"},
+             {index("\xff\xff\xff\xff"s), "m.o\n", "count reaches past"},
+             {index(ar_index({{"abc", header + 2}})), "m.o\n", "leads to no member"},
+             {index(ar_index({{"abcd", header}}).substr(0, 12)), "m.o\n", "before the last name"},
+             {index(ar_index({{"ab", header}}) + "x"), "m.o\n", "behind the last name"},
+             {archive({}, "trailing"), "m.o\n", "in the middle of a member's header"},
+             {archive({}, build_ar_member(OBJ_ARCHIVE, {.name = "n/", .size = "1"})), "m.o\n",
+              "member 'n': it reaches past the end"},
+             {archive({{.name = "bad/", .end = "xx"}}), "m.o\n", "Unexpected chars"},
+             {build_archive(OBJ_ELFARCHIVE, {}), "", "no archive of a form"},
+             {"", "m.o\n", "no archive of a form"},
+         }) {
+        work_place place;
+        place.put("x.a", refusal.archive);
+        place.put("m.o", whole);
+        place.put("damaged/m.o", damaged);
+        place.put("other/m.o", object(elf_forms[1], "", {}));
+        place.put("text", "text");
+        place.put("list", refusal.list);
+        const file_state before = place.state("x.a");
+        const run_result result = place.command(lbm + refusal.arguments);
+        EXPECT_EQ(result.status, 1) << refusal.complaint;
+        EXPECT_EQ(result.err.substr(0, 12), "lbm: error: ");
+        EXPECT_NE(result.err.find(refusal.complaint), std::string::npos) << result.err;
+        EXPECT_TRUE(place.state("x.a") == before) << refusal.complaint;
+        EXPECT_EQ(place.list(), split("damaged list m.o other text x.a")) << refusal.complaint;
+    }
+}
+
+TEST(lbm, a_full_disk_leaves_the_old_archive) {
+    work_place place;
+    place.put("m.o", std::string(5000, 'x'));
+    place.put("list", "m.o");
+    for (const char* name : {"x.a", "absent.a"}) {
+        place.put("x.a", build_archive(OBJ_ARCHIVE, {{.name = "m.o/", .data = "old"}}));
+        const file_state before = place.state("x.a");
+        const run_result result =
+            place.command("prlimit --fsize=3000 " + lbm + "-rc "s + name + " @list");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.err.find("can't write"), std::string::npos) << result.err;
+        EXPECT_TRUE(place.state("x.a") == before);
+        EXPECT_EQ(place.list(), split("list m.o x.a"));
+    }
+}
+
+// The system's archiver makes the archive, its index maker the index to compare with, and the
+// linker takes what it needs.
+TEST(lbm, a_library_still_links) {
+    work_place place;
+    place.put("one.c", "int two(void); int common; int one(void) { return two() + 1; }");
+    place.put("two.c", "__attribute__((weak)) int two(void) { return 20; }");
+    place.put("name_of_three_letters.c", "int three(void) { return 21; }");
+    place.put("main.c",
+              "int one(void); int three(void); int main(void) { return one() + three(); }");
+    place.put("readme.txt", "odd");
+    place.put("make", R"(gcc -g -c one.c two.c name_of_three_letters.c &&
+ar rc x.a one.o readme.txt name_of_three_letters.o two.o && mkdir s &&
+for f in *.o; do strip -g $f -o s/$f; done)");
+    if (place.command("sh -e make").status != 0)
+        GTEST_SKIP() << "gcc and binutils are missing";
+    place.put("list", "s/one.o\ns/name_of_three_letters.o\ns/two.o\n");
+    const std::string names = place.command("ar t x.a").out;
+    EXPECT_EQ(place.command(lbm + "-rc x.a @list").err, "");
+    EXPECT_EQ(place.command("ar t x.a").out, names);
+    const std::string index = place.command("nm -s x.a").out;
+    EXPECT_NE(index.find("three in name_of_three_letters.o"), std::string::npos) << index;
+    for (const std::string member : {"one.o", "two.o", "name_of_three_letters.o"})
+        EXPECT_EQ(place.command("ar p x.a " + member).out, place.get("s/" + member)) << member;
+    EXPECT_EQ(place.command("gcc main.c x.a -o prog").err, "");
+    EXPECT_EQ(place.command("./prog").status, 42);
+    EXPECT_EQ(place.command("ranlib x.a").err, "");
+    EXPECT_EQ(place.command("nm -s x.a").out, index);
+}
+
+} // namespace

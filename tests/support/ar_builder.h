@@ -1,0 +1,28 @@
+// Builds archives for tests, of every format. Nothing is checked: any field can hold any text.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "objfile/objident.h"
+
+struct ar_draft {
+    std::string name; // the name field, without its padding
+    std::string data = {};
+    std::string size = {}; // empty: that of the data
+    std::string date = "1", uid = "2", gid = "3", mode = "100644";
+    std::string end = "`\n";
+    std::string next = {}; // AIX: where the next member is; empty: behind this one
+};
+
+// Header, data and padding. Where it will be counts for AIX only.
+std::string build_ar_member(obj_kind kind, const ar_draft& draft, size_t at = 0);
+// The member table of an AIX archive would begin at its end.
+std::string build_archive(obj_kind kind, const std::vector<ar_draft>& drafts);
+
+// Members by their real names: each field is ended by "/", or refers to a "// " table in front.
+std::vector<ar_draft> with_long_names(std::vector<ar_draft> drafts);
+
+// The data of a symbol index "/": names of symbols, and the offsets of the members' headers.
+std::string ar_index(const std::vector<std::pair<std::string, uint64_t>>& symbols);
