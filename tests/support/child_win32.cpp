@@ -58,7 +58,7 @@ std::string make_work_directory() {
                              std::to_string(task.parent) + "_" +
                              std::to_string(next_in_test(count, of));
     if (task.body == 0)
-        std::filesystem::remove_all(name);
+        remove_work_directory(name);
     std::filesystem::create_directory(name);
     return name;
 }

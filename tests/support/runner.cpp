@@ -38,8 +38,9 @@ work_place::work_place() : directory(make_work_directory()) {}
 
 work_place::~work_place() {
     std::error_code ignored;
-    for (const char* end : {"", ".out", ".err"})
-        std::filesystem::remove_all(directory + end, ignored);
+    for (const char* end : {".out", ".err"})
+        std::filesystem::remove(directory + end, ignored);
+    remove_work_directory(directory);
 }
 
 void work_place::put(const std::string& name, const std::string& bytes, uint32_t mode) const {

@@ -14,12 +14,14 @@ using words = std::vector<std::string>;
 words split(const std::string& line);
 std::set<std::string> split_set(const std::string& line);
 
-// Limits for programs; Windows has none that fit.
+// Limits for programs, and programs of the system to work with; Windows has none that fit.
 #ifdef _WIN32
 constexpr bool host_has_limits = false;
+constexpr bool host_has_tools = false;
 constexpr size_t damage_step = 10; // files cost too much time there to change each of their bytes
 #else
 constexpr bool host_has_limits = true;
+constexpr bool host_has_tools = true;
 constexpr size_t damage_step = 1;
 #endif
 
@@ -82,6 +84,7 @@ std::string read_file(const std::string& name);
 // The host's part of the above. A program's output goes to files beside the directory, so that
 // nobody has to read while it runs.
 std::string make_work_directory();
+void remove_work_directory(const std::string& name); // with all in it
 void set_mode_and_age(const std::string& file, uint32_t mode); // and dates it in the past
 file_state file_state_of(const std::string& file);             // without the bytes
 run_result run_program(const std::string& directory, const std::string& line,

@@ -69,6 +69,11 @@ std::string test_program() {
     return std::filesystem::read_symlink("/proc/self/exe");
 }
 
+void remove_work_directory(const std::string& name) {
+    std::error_code ignored;
+    std::filesystem::remove_all(name, ignored);
+}
+
 uint32_t host_mode(uint32_t mode) {
     return mode;
 }

@@ -71,8 +71,7 @@ static run_result run(const std::string& directory, const std::string& line) {
                                    open_for_child(out.c_str(), GENERIC_WRITE, CREATE_ALWAYS),
                                    open_for_child(err.c_str(), GENERIC_WRITE, CREATE_ALWAYS)};
     const std::string environment = variable("SystemDrive") + variable("SystemRoot") + '\0';
-    const int status =
-        run_process("\"" + program + "\" " + line, streams, directory.c_str(), environment.c_str());
+    const int status = run_process(line, streams, directory.c_str(), environment.c_str());
     return {status, unix_lines(read_file(out)), unix_lines(read_file(err))};
 }
 
@@ -98,6 +97,14 @@ void limit_own_files(uint64_t) {}
 
 std::string test_program() {
     return _pgmptr;
+}
+
+// What is read-only is not removed.
+void remove_work_directory(const std::string& name) {
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(name, ignored))
+        SetFileAttributesA(entry.path().string().c_str(), FILE_ATTRIBUTE_NORMAL);
+    std::filesystem::remove_all(name, ignored);
 }
 
 uint32_t host_mode(uint32_t mode) {
