@@ -78,10 +78,5 @@ run_result work_place::trim(const std::string& line, const run_limits& limits) c
 }
 
 run_result work_place::command(const std::string& line) const {
-    // Only runs of our own programs, which are named in quotes, are of interest.
-    const size_t end = line.starts_with("'") ? line.find('\'', 1) : std::string::npos;
-    const run_record record(end != std::string::npos ? directory : "");
-    const run_result result = run_tool(directory, line);
-    record.write(end != std::string::npos ? line.substr(end + 1) : "", result);
-    return result;
+    return run_tool(directory, line);
 }

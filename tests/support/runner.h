@@ -84,7 +84,7 @@ std::string read_file(const std::string& name);
 // The host's part of the above. A program's output goes to files beside the directory, so that
 // nobody has to read while it runs.
 std::string make_work_directory();
-void remove_work_directory(const std::string& name); // with all in it
+void remove_work_directory(const std::string& name);           // with all in it
 void set_mode_and_age(const std::string& file, uint32_t mode); // and dates it in the past
 file_state file_state_of(const std::string& file);             // without the bytes
 run_result run_program(const std::string& directory, const std::string& line,
