@@ -260,8 +260,10 @@ int host_open(const char* name, host_access access) {
                 {GENERIC_WRITE, CREATE_NEW},   {both, CREATE_NEW},    {GENERIC_WRITE, OPEN_ALWAYS}};
     errno_keeper error;
     const auto [rights, disposition] = ways[static_cast<size_t>(access)];
+    // As on other hosts a directory can be opened, and then be seen to be one.
+    const DWORD flags = access == host_access::read ? FILE_FLAG_BACKUP_SEMANTICS : 0;
     const HANDLE file = CreateFileA(name, rights, host_win32_share_all, nullptr, disposition,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+                                    FILE_ATTRIBUTE_NORMAL | flags, nullptr);
     if (file == INVALID_HANDLE_VALUE)
         return error.fail();
     if (access == host_access::create && GetFileType(file) == FILE_TYPE_DISK &&

@@ -209,8 +209,8 @@ TEST(archive, members_are_stripped_and_put_back) {
         work_place place;
         place.put("lib.a", build_archive(kind, {one, notes, one}));
         const run_result result = place.trim("lib.a");
-        EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.err, "objtrim: error: file lib.a(notes) is not a known ELF type\n");
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
         const std::string after = place.get("lib.a");
         const std::string member = build_stripped(draft, sample_removed);
         EXPECT_EQ(after.size(), build_archive(kind, {one, notes, one}).size() -
