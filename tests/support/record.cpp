@@ -30,7 +30,7 @@ constexpr uint64_t largest_read = 64u << 20; // of larger files the size has to 
 static std::string contents_of(const std::string& directory) {
     words files;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(directory))
-        if (entry.is_regular_file())
+        if (entry.is_regular_file() && !entry.is_symlink())
             files.push_back(without_temporary_names(
                                 entry.path().lexically_relative(directory).generic_string()) +
                             "=" +
@@ -52,9 +52,9 @@ void run_record::write(const std::string& line, const run_result& result) const 
     if (directory.empty())
         return;
     const testing::TestInfo* const test = testing::UnitTest::GetInstance()->current_test_info();
-    const std::string said = without_temporary_names(result.out + result.err);
+    std::string said = without_temporary_names(result.out + result.err);
+    std::replace(said.begin(), said.end(), '\n', '|');
     std::ofstream(getenv("OBJTRIM_TEST_RECORD"), std::ios::app | std::ios::binary)
         << test->test_suite_name() << '.' << test->name() << " [" << line << "] on" << before
-        << " gives " << result.status << contents_of(directory) << " and says "
-        << testing::PrintToString(said) << "\n";
+        << " gives " << result.status << contents_of(directory) << " and says " << said << "\n";
 }
