@@ -52,6 +52,7 @@ bool make_scratch_directory() {
     if (!made)
         return false;
     scratch_is_in_use = true;
+    run = archive_run();
     run.archive_dir = std::move(*made);
     run.archive_list = gen_join(run.archive_dir, "objfiles");
     return true;
