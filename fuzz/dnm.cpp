@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         require(!after.exists(), run, "there is no part of a map");
     } else if (!run.is_fatal()) {
         const execution reading = run_routine(read_map);
-        require(reading.status == 0 && reading.said.empty(), reading, "a new map is sound");
+        require(reading.status == 0, reading, "a new map is sound");
     }
     clear_directory();
     return 0;

@@ -51,12 +51,14 @@ void check_end(const execution& run, const std::vector<std::string>& expected) {
     require(names_in(program_tmpdir()).empty(), run, "nothing is left in the temporary directory");
 }
 
-void check_again(const std::string& name, uint32_t choice) {
+void check_again(const std::string& name, uint32_t choice, bool has_to_be_sound) {
     std::vector<const char*> arguments = chosen_options(choice & ~option_bit(result_option));
     arguments.push_back(name.c_str());
     const execution again = run_objtrim(arguments);
-    require(!again.has_said("is damaged") && !again.has_said("is not "), again,
-            "a result is sound");
+    // Sections go by their names: the strings of a symbol table may, while it stays.
+    const bool has_lost_strings = again.has_said("names no string table");
+    const bool is_sound = !again.has_said("is damaged") && !again.has_said("is not ");
+    require(!has_to_be_sound || is_sound || has_lost_strings, again, "a result is sound");
 }
 
 void clear_directory() {

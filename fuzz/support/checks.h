@@ -21,6 +21,6 @@ void require(bool condition, const execution& run, const char* what);
 // The run's status fits what was said. Beside the `expected` names, and "result", there are only
 // temporary files that a fatal end leaves.
 void check_end(const execution& run, const std::vector<std::string>& expected);
-// A second run, on the result of the first one, finds no damage in it.
-void check_again(const std::string& name, uint32_t choice);
+// A second run, on the result of the first one; it finds no damage in a result that is sound.
+void check_again(const std::string& name, uint32_t choice, bool has_to_be_sound);
 void clear_directory();

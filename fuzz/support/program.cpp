@@ -68,6 +68,7 @@ int run_to_end(const std::function<void()>& body) {
     int status = 0;
     try {
         body();
+        status = gen_total_errors != 0 ? status_failure : 0;
     } catch (const program_end& end) {
         status = end.status;
     }
@@ -156,7 +157,7 @@ bool execution::has_said(const char* part) const {
 
 bool execution::is_fatal() const {
     return std::any_of(said.begin(), said.end(), [](const said_message& message) {
-        return message.level == GEN_FATAL || message.level == GEN_DISASTER ||
+        return (message.level == GEN_FATAL && !message.text.starts_with(survived_error)) ||
                (message.level == GEN_PLAIN && message.text.starts_with("Assertion "));
     });
 }
