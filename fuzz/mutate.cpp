@@ -1,9 +1,9 @@
 // Mutation runs: files with a few bytes changed go through the real program, some in one run, and
-// what is left of each is judged by what was said of it.
+// what becomes of each is judged by what is said of it.
 //
-// mutate PROGRAM SEEDS COUNT [FORMAT [RANDOM_SEED]] runs COUNT mutants of each format (a directory
-// in SEEDS, as the seeds program makes them). The same numbers make the same runs. The first wrong
-// outcome ends it, and is kept.
+// mutate PROGRAM SEEDS COUNT [FORMAT [NUMBER]] runs COUNT mutants of each format (a directory in
+// SEEDS, as the seeds program makes them), or of the one. The same NUMBER makes the same runs. The
+// first wrong outcome ends it; its files stay where it says.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -15,6 +15,7 @@
 #include <spawn.h>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -28,44 +29,49 @@ namespace {
 constexpr size_t batch_size = 16;
 constexpr unsigned seconds_allowed = 10;
 constexpr uint64_t memory_allowed = 64 << 20; // and four times the largest input
+const std::string mark = "--mark";            // an option that is none, in front of each file
 
 struct batch_file {
-    std::string name;
-    kept_file before;
-    std::string companion; // the map beside it, or empty
-    kept_file companion_before;
+    std::string name, companion; // the map beside it, or empty
+    kept_file before, companion_before;
+    bool was_reached = false;
+    std::string said; // while it was dealt with
 };
 
 struct batch {
     std::string format;
     uint32_t choice = 0;
-    std::vector<std::string> arguments;
     std::vector<batch_file> files;
+    std::vector<std::string> arguments;
     int status = 0; // as waited for
-    uint64_t memory = 0;
     double seconds = 0;
+    uint64_t memory = 0;
     std::string said;
 };
 
+struct outcome_counts {
+    uint64_t mutants = 0, stripped = 0, refused = 0, fatal = 0, runs = 0;
+    double longest = 0;
+    uint64_t memory = 0;
+};
+
 std::string program, scratch;
-bool is_instrumented;
+bool is_instrumented = false;
+pid_t running;
 
-bool is_elf(const std::string& format) {
-    return format.starts_with("elf");
+bool has(const std::string& text, const char* part) {
+    return text.find(part) != std::string::npos;
 }
 
-bool is_in_place(const std::string& format) {
-    return format == "coff" || format == "pe";
-}
-
-[[noreturn]] void fail(const batch& run, const std::string& file, const char* what) {
-    printf("WRONG: %s\n  file %s, status 0x%x, %.1f s, %llu KiB\n  in %s: %s", what, file.c_str(),
-           static_cast<unsigned>(run.status), run.seconds,
+void require(bool condition, const batch& run, const batch_file& file, const char* what) {
+    if (condition)
+        return;
+    printf("WRONG: %s\n  file %s, status 0x%x, %.1f s, %llu KiB\n  in %s/work: %s", what,
+           file.name.c_str(), static_cast<unsigned>(run.status), run.seconds,
            static_cast<unsigned long long>(run.memory >> 10), scratch.c_str(), program.c_str());
     for (const std::string& argument : run.arguments)
         printf(" '%s'", argument.c_str());
     printf("\nsaid:\n%s\n", run.said.c_str());
-    // The inputs as they were, to try again.
     for (const batch_file& one : run.files) {
         put_file(one.name + ".before", one.before.bytes);
         if (!one.companion.empty())
@@ -74,12 +80,29 @@ bool is_in_place(const std::string& format) {
     exit(1);
 }
 
-void require(bool condition, const batch& run, const std::string& file, const char* what) {
-    if (!condition)
-        fail(run, file, what);
+// A section that reaches past the end of the file is copied as far as it goes, with the word of a
+// fatal message; the strip goes on.
+bool is_survived(const std::string& line) {
+    return has(line, "Error reading from");
 }
 
-pid_t running;
+enum severity { QUIET, SURVIVED, REFUSED, FATAL };
+
+severity severity_of(const std::string& said) {
+    severity worst = QUIET;
+    for (size_t at = 0; at < said.size();) {
+        const size_t end = std::min(said.find('\n', at), said.size());
+        const std::string line = said.substr(at, end - at);
+        at = end + 1;
+        if (is_survived(line))
+            worst = std::max(worst, SURVIVED);
+        else if (has(line, "fatal: ") || has(line, "FATAL: ") || has(line, "Assertion ("))
+            worst = FATAL;
+        else if (has(line, "error: ") || has(line, "ERROR: "))
+            worst = std::max(worst, REFUSED);
+    }
+    return worst;
+}
 
 void end_child(int /*signal*/) {
     kill(running, SIGKILL);
@@ -92,14 +115,16 @@ void spawn_and_wait(batch& run) {
     words.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 2, "../said", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    for (const int stream : {1, 2})
+        posix_spawn_file_actions_addopen(&actions, stream, "../said",
+                                         O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
     const auto start = std::chrono::steady_clock::now();
     if (posix_spawn(&running, program.c_str(), &actions, nullptr, words.data(), environ) != 0) {
         perror(program.c_str());
         exit(2);
     }
     posix_spawn_file_actions_destroy(&actions);
-    alarm(2 * seconds_allowed);
+    alarm(seconds_allowed + 2);
     rusage usage = {};
     while (wait4(running, &run.status, 0, &usage) < 0 && errno == EINTR) {
     }
@@ -110,50 +135,34 @@ void spawn_and_wait(batch& run) {
     run.said = look_at_file("../said").bytes;
 }
 
-// Whether a line of the messages has both texts.
-bool has_line(const batch& run, const std::string& one, const std::string& other) {
-    for (size_t at = 0; at < run.said.size();) {
-        const size_t end = std::min(run.said.find('\n', at), run.said.size());
-        const std::string line = run.said.substr(at, end - at);
-        if (line.find(one) != std::string::npos && line.find(other) != std::string::npos)
-            return true;
-        at = end + 1;
+// Gives each file its part of what was said: behind the line of its mark, and the usage text that
+// may follow that.
+void divide_messages(batch& run) {
+    for (size_t i = 0; i < run.files.size(); ++i) {
+        const auto find_mark = [&run](size_t index, size_t from) {
+            return run.said.find(mark + std::to_string(index) + " (ignored)\n", from);
+        };
+        const size_t start = find_mark(i, 0);
+        if (start == std::string::npos)
+            return;
+        const size_t text = run.said.find('\n', start) + 1;
+        run.files[i].was_reached = true;
+        run.files[i].said = run.said.substr(text, find_mark(i + 1, text) - text);
     }
-    return false;
-}
-
-bool has_said(const batch& run, const std::string& text) {
-    return has_line(run, text, "");
-}
-
-// The errors that a strip survives have the word of a fatal message, too.
-bool is_fatal(const batch& run) {
-    std::string rest = run.said;
-    const std::string survived = "fatal: Error reading from";
-    for (size_t at = rest.find(survived); at != std::string::npos; at = rest.find(survived))
-        rest.erase(at, survived.size());
-    for (std::string other = "ERROR: FATAL: Error reading from"; rest.find(other) != std::string::npos;)
-        rest.erase(rest.find(other), other.size());
-    return rest.find("fatal: ") != std::string::npos || rest.find("FATAL: ") != std::string::npos ||
-           rest.find("Assertion (") != std::string::npos;
-}
-
-bool has_errors(const batch& run) {
-    return is_fatal(run) || has_said(run, "error: ") || has_said(run, "fatal: ") ||
-           has_said(run, "ERROR: ");
 }
 
 void check_process(const batch& run) {
+    const batch_file& first = run.files[0];
     uint64_t largest = 0;
     for (const batch_file& file : run.files)
-        largest = std::max(largest, static_cast<uint64_t>(file.before.bytes.size()));
-    require(WIFEXITED(run.status), run, "-", "no signal ends the program");
-    require(WEXITSTATUS(run.status) == (has_errors(run) ? 1 : 0), run, "-",
-            "status and messages agree");
-    require(!has_said(run, "Sanitizer") && !has_said(run, "runtime error"), run, "-",
+        largest = std::max(largest, uint64_t{file.before.bytes.size()});
+    require(WIFEXITED(run.status), run, first, "no signal ends the program");
+    require(!has(run.said, "Sanitizer") && !has(run.said, "runtime error"), run, first,
             "no sanitizer has anything to say");
-    require(run.seconds < seconds_allowed, run, "-", "a run takes less than its time");
-    require(is_instrumented || run.memory <= memory_allowed + 4 * largest, run, "-",
+    require(WEXITSTATUS(run.status) == (severity_of(run.said) == QUIET ? 0 : 1), run, first,
+            "status and messages agree");
+    require(run.seconds < seconds_allowed, run, first, "a run takes less than its time");
+    require(is_instrumented || run.memory <= memory_allowed + 4 * largest, run, first,
             "a run takes no more than its memory");
 }
 
@@ -166,133 +175,209 @@ void check_directory(const batch& run) {
             });
         if (is_known || name == "result")
             continue;
-        require(name.starts_with("ov_") && name.ends_with(".tmp"), run, name, "nothing else is left");
+        require(name.starts_with("ov_") && name.ends_with(".tmp"), run, run.files[0],
+                "nothing else is left beside the files");
         ++temporaries;
     }
-    require(temporaries <= (is_fatal(run) ? 1 : 0), run, "-", "only a fatal end leaves its result");
-    require(names_in("../tmp").empty(), run, "-", "the temporary directory is empty");
+    require(temporaries <= (severity_of(run.said) == FATAL ? 1 : 0), run, run.files[0],
+            "only a fatal end leaves its result");
+    require(names_in("../tmp").empty(), run, run.files[0], "the temporary directory is empty");
 }
 
-// A file that something was said of, as a name in quotes, or one by which a fatal message ended the
-// run: those are nowhere named at times.
-bool may_be_refused(const batch& run, const std::string& name) {
-    return is_fatal(run) || has_line(run, name, "error: ") || has_line(run, name, "ERROR: ");
-}
-
-void check_file(const batch& run, const batch_file& file) {
-    const kept_file after = look_at_file(file.name);
+void check_elf(const batch& run, const batch_file& file, const kept_file& after) {
     const bool is_changed = !(after == file.before);
-    const bool survived = has_line(run, "Error reading from", file.name);
-    require(after.exists(), run, file.name, "no file is lost");
-    if (is_in_place(run.format) && is_changed) {
-        require(after.inode == file.before.inode, run, file.name, "it is changed in place");
-        require(after.bytes.size() <= file.before.bytes.size(), run, file.name, "no file grows");
-    }
-    if (is_changed && !is_in_place(run.format))
-        require(after.bytes.substr(0, 4) == file.before.bytes.substr(0, 4), run, file.name,
-                "a result is of the kind of its input");
-    const bool is_named = has_line(run, file.name, "error: ") || has_line(run, file.name, "ERROR: ");
-    if (is_elf(run.format) && is_named && !survived)
-        require(!is_changed, run, file.name, "a refused file stays as it was");
-    if (is_in_place(run.format) && is_named && !has_said(run, "unable to read string table"))
-        require(!is_changed, run, file.name, "a refused file stays as it was");
-    if (run.format == "archive" && has_line(run, "failed to strip file", file.name))
-        require(!is_changed, run, file.name, "a refused archive stays as it was");
+    const severity worst = severity_of(file.said);
+    require(worst < REFUSED || !is_changed || run.format == "dnm", run, file,
+            "a refused file stays as it was");
+    require(!is_changed || after.bytes.starts_with("\177ELF"), run, file,
+            "the result is of the same kind");
+    const uint32_t harmless = option_bit("-stripreloc") | option_bit("-prefixed_msgs");
+    if (worst != QUIET || (run.choice & ~harmless) != 0 || !file.said.empty())
+        return;
+    std::string names_before, names_after;
+    has_needless_section(file.before.bytes, names_before);
+    const bool has_more = has_needless_section(after.bytes, names_after);
+    const bool keeps_symbols = (run.choice & option_bit("-stripreloc")) != 0;
+    require(!has_more || keeps_symbols || (is_changed && names_after != names_before), run, file,
+            "a file that is quietly done has nothing left that would go");
+}
+
+void check_in_place(const batch& run, const batch_file& file, const kept_file& after) {
+    const bool is_changed = !(after == file.before);
+    require(after.inode == file.before.inode, run, file, "the file is changed in place");
+    require(after.bytes.size() <= file.before.bytes.size(), run, file, "no file grows");
+    // Where the strings end is found last, when the headers are already written.
+    require(severity_of(file.said) < REFUSED || !is_changed ||
+                has(file.said, "unable to read string table"),
+            run, file, "a refused file stays as it was");
+    require(!file.said.empty() || is_changed, run, file, "a file that is quietly done has changed");
+}
+
+void check_archive(const batch& run, const batch_file& file, const kept_file& after) {
+    const bool is_refused =
+        severity_of(file.said) == FATAL || has(file.said, "failed to strip file");
+    require(!is_refused || after == file.before, run, file, "a refused archive stays as it was");
+    require(after.bytes.starts_with("!<arch") || after == file.before, run, file,
+            "the result is of the same kind");
 }
 
 void check_companion(const batch& run, const batch_file& file) {
     const kept_file after = look_at_file(file.companion);
-    if (has_line(run, "failed to read", file.companion))
-        require(after == file.companion_before, run, file.companion,
+    if (has(file.said, "failed to read"))
+        require(after == file.companion_before, run, file,
                 "a map that cannot be read stays as it was");
-    else if (!has_said(run, "failed to write"))
-        require(after.exists(), run, file.companion, "no map is lost");
+    else
+        require(after.exists() || has(file.said, "failed to write"), run, file, "no map is lost");
 }
 
-// A file that was not refused has nothing left that would go: a second run is as quiet, and changes
-// nothing. Kept symbols may become needless only by the first run, and data that is in two places,
-// or ends behind the file, is not there any more.
-void check_again(batch& run, const std::vector<size_t>& quiet) {
-    if (quiet.empty() || (run.choice & ~option_bit("-stripreloc")) != 0)
+void check_file(const batch& run, const batch_file& file, outcome_counts& counts) {
+    const kept_file after = look_at_file(file.name);
+    require(after.exists(), run, file, "no file is lost");
+    if (!file.was_reached) {
+        require(after == file.before, run, file, "a file that was not reached stays as it was");
         return;
-    batch again;
-    again.format = run.format;
+    }
+    const severity worst = severity_of(file.said);
+    ++counts.mutants;
+    counts.stripped += !(after == file.before);
+    counts.refused += worst == REFUSED;
+    counts.fatal += worst == FATAL;
+    if (run.format == "coff" || run.format == "pe")
+        check_in_place(run, file, after);
+    else if (run.format == "archive")
+        check_archive(run, file, after);
+    else
+        check_elf(run, file, after);
+    if (!file.companion.empty())
+        check_companion(run, file);
+}
+
+void put_batch(batch& run) {
+    run.arguments.clear();
     for (const char* const option : chosen_options(run.choice))
-        again.arguments.emplace_back(option);
-    for (const size_t index : quiet) {
-        const std::string& name = run.files[index].name;
-        again.arguments.push_back(name);
-        again.files.push_back({name, look_at_file(name), "", {}});
-    }
-    spawn_and_wait(again);
-    check_process(again);
-    for (const batch_file& file : again.files)
-        if (!may_be_refused(again, file.name))
-            require(look_at_file(file.name) == file.before, again, file.name,
-                    "a stripped file has nothing left that would go");
-}
-
-struct outcome_counts {
-    uint64_t changed = 0, kept = 0, fatal_runs = 0, runs = 0;
-    double longest = 0;
-    uint64_t memory = 0;
-};
-
-// Files behind the one at which a run ended were not looked at: they are run again, in the end one
-// by one.
-void run_batch(batch run, outcome_counts& counts) {
-    spawn_and_wait(run);
-    ++counts.runs;
-    counts.longest = std::max(counts.longest, run.seconds);
-    counts.memory = std::max(counts.memory, run.memory);
-    check_process(run);
-    check_directory(run);
-    std::vector<size_t> quiet;
-    size_t last_changed = 0;
-    const bool fatal = is_fatal(run);
-    counts.fatal_runs += fatal;
+        run.arguments.emplace_back(option);
     for (size_t i = 0; i < run.files.size(); ++i) {
-        check_file(run, run.files[i]);
-        if (!run.files[i].companion.empty())
-            check_companion(run, run.files[i]);
-        const bool changed = !(look_at_file(run.files[i].name) == run.files[i].before);
-        last_changed = changed || has_said(run, run.files[i].name) ? i + 1 : last_changed;
-        counts.changed += changed;
-        counts.kept += !changed;
-        if (!may_be_refused(run, run.files[i].name))
-            quiet.push_back(i);
-    }
-    if (is_elf(run.format) && !fatal)
-        check_again(run, quiet);
-    remove_files(names_in("."));
-    // The file that ended the run is the one behind the last that shows anything, or that one.
-    if (!fatal || run.files.size() == 1)
-        return;
-    batch rest;
-    rest.format = run.format;
-    rest.choice = run.choice;
-    const size_t first = std::max<size_t>(last_changed, 1);
-    for (size_t i = 0; i < first && i < run.files.size(); ++i) {
-    }
-    rest.files.assign(run.files.begin() + static_cast<std::ptrdiff_t>(std::min(first, run.files.size())),
-                      run.files.end());
-    counts.kept -= rest.files.size();
-    if (rest.files.empty())
-        return;
-    for (const char* const option : chosen_options(rest.choice))
-        rest.arguments.emplace_back(option);
-    for (batch_file& file : rest.files) {
-        rest.arguments.push_back(file.name);
+        batch_file& file = run.files[i];
         put_file(file.name, file.before.bytes);
         file.before = look_at_file(file.name);
         if (!file.companion.empty()) {
             put_file(file.companion, file.companion_before.bytes);
             file.companion_before = look_at_file(file.companion);
         }
+        run.arguments.push_back(mark + std::to_string(i));
+        run.arguments.push_back(file.name);
     }
-    run_batch(std::move(rest), counts);
+}
+
+// Files behind the one at which a run ended are run again, in a run of their own.
+void run_batch(batch& run, outcome_counts& counts) {
+    while (!run.files.empty()) {
+        put_batch(run);
+        spawn_and_wait(run);
+        ++counts.runs;
+        counts.longest = std::max(counts.longest, run.seconds);
+        counts.memory = std::max(counts.memory, run.memory);
+        divide_messages(run);
+        check_process(run);
+        check_directory(run);
+        for (const batch_file& file : run.files)
+            check_file(run, file, counts);
+        remove_files(names_in("."));
+        require(run.files[0].was_reached, run, run.files[0], "the options are taken");
+        std::erase_if(run.files, [](const batch_file& file) { return file.was_reached; });
+    }
+}
+
+uint32_t random_choice(random_numbers& random, const std::string& format) {
+    uint32_t choice = 0;
+    if (!random.one_in(3))
+        for (uint64_t count = 1 + random.below(4); count != 0; --count)
+            choice |= uint32_t{1} << random.below(option_choices);
+    if ((format.ends_with("_rel") || format == "archive") && !random.one_in(8))
+        choice |= option_bit("-stripreloc");
+    return choice;
+}
+
+void run_format(const std::string& seeds_directory, const std::string& format, uint64_t count,
+                uint64_t number) {
+    const std::vector<seed_file> seeds = load_seeds(seeds_directory + "/files/" + format);
+    std::vector<seed_file> executables;
+    if (format == "dnm")
+        for (const char* const form : {"elf32le", "elf32be", "elf64le", "elf64be"})
+            executables.push_back(
+                load_seeds(seeds_directory + "/files/" + form + "_exec").front());
+    random_numbers random = {number};
+    outcome_counts counts;
+    while (counts.mutants < count) {
+        batch run;
+        run.format = format;
+        run.choice = random_choice(random, format);
+        for (size_t i = 0; i < std::min<uint64_t>(batch_size, count - counts.mutants); ++i) {
+            batch_file& file = run.files.emplace_back();
+            const std::string stem = "f" + std::to_string(i);
+            const std::string mutant = make_mutant(random, seeds);
+            file.name = stem + ".in";
+            file.before.bytes = mutant;
+            if (format != "dnm")
+                continue;
+            file.companion = stem + ".dnm";
+            file.companion_before.bytes = mutant;
+            file.before.bytes = executables[random.below(executables.size())].bytes;
+        }
+        run_batch(run, counts);
+    }
+    printf("%-12s %8llu mutants: %llu changed, %llu refused, %llu fatal; %llu runs, longest %.2f "
+           "s, at most %llu KiB\n",
+           format.c_str(), static_cast<unsigned long long>(counts.mutants),
+           static_cast<unsigned long long>(counts.stripped),
+           static_cast<unsigned long long>(counts.refused),
+           static_cast<unsigned long long>(counts.fatal),
+           static_cast<unsigned long long>(counts.runs), counts.longest,
+           static_cast<unsigned long long>(counts.memory >> 10));
+    fflush(stdout);
+}
+
+std::string absolute(const char* name) {
+    char* const full = realpath(name, nullptr);
+    if (!full) {
+        perror(name);
+        exit(2);
+    }
+    const std::string result = full;
+    free(full);
+    return result;
+}
+
+void go_to_scratch() {
+    scratch = make_scratch();
+    for (const char* const part : {"/work", "/tmp"})
+        mkdir((scratch + part).c_str(), 0700);
+    if (chdir((scratch + "/work").c_str()) != 0)
+        exit(2);
+    setenv("TMP", (scratch + "/tmp").c_str(), 1);
+    signal(SIGALRM, end_child);
 }
 
 } // namespace
 
-int main() { return 0; }
+int main(int argc, char** argv) {
+    if (argc < 4) {
+        fprintf(stderr, "usage: mutate PROGRAM SEEDS COUNT [FORMAT [NUMBER]]\n");
+        return 2;
+    }
+    program = absolute(argv[1]);
+    const std::string seeds = absolute(argv[2]);
+    is_instrumented = has(look_at_file(program).bytes, "__asan_init");
+    go_to_scratch();
+    const std::string wanted = argc > 4 ? argv[4] : "all";
+    const uint64_t number = argc > 5 ? strtoull(argv[5], nullptr, 10) : 1;
+    for (const std::string& format : names_in(seeds + "/files"))
+        if (wanted == "all" || wanted == format)
+            run_format(seeds, format, strtoull(argv[3], nullptr, 10), number);
+    if (chdir("/") == 0) {
+        unlink((scratch + "/said").c_str());
+        for (const char* const part : {"/work", "/tmp", ""})
+            rmdir((scratch + part).c_str());
+    }
+    return 0;
+}
