@@ -16,7 +16,7 @@ bool is_well_formed(const std::string& file) {
     if (file.size() < 64)
         return false;
     const uint64_t count = get_field(file, field::e_shnum);
-    if (count > file.size() / 40)
+    if (count > file.size() / 40 || get_field(file, field::e_shentsize) < (is_64 ? 64u : 40u))
         return false;
     std::vector<range> ranges = {{0, is_64 ? 64 : 52}};
     const auto claim = [&ranges](uint64_t start, uint64_t size) {
