@@ -1,6 +1,5 @@
 // Identification of a file, or of what lies in the middle of one.
 #include "objfile/objident.h"
-
 #include "shared/genfile.h"
 #include "support/checks.h"
 
@@ -37,8 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     put_file(name, input.file);
     const kept_file before = look_at_file(name);
     execution none;
-    const execution run =
-        run_routine([&] { identify(name, input.choice >> 2 & 0xFF, none); });
+    const execution run = run_routine([&] { identify(name, input.choice >> 2 & 0xFF, none); });
     require(!run.is_fatal() || run.has_said("seek failed to"), run,
             "only a place that no file reaches ends the program");
     require(look_at_file(name) == before && names_in(".").size() == 1, run, "nothing changes");

@@ -27,9 +27,12 @@ void write_file(const std::string& directory, const std::string& name, const std
     complete_so_far = complete_so_far && file.good();
 }
 
-const char* const option_sets[] = {"", "-a", "-x -stripreloc -bl=*e",
+const char* const option_sets[] = {"",
+                                   "-a",
+                                   "-x -stripreloc -bl=*e",
                                    "-s --convert-to-secrel-reloc -stripreloc --keep-symbol=main",
-                                   "--idll -stripreloc", "-wildcards_in_secnames -r=* -o=result",
+                                   "--idll -stripreloc",
+                                   "-wildcards_in_secnames -r=* -o=result",
                                    "-l -vxworks -F"};
 
 uint32_t choice_of(const std::string& options) {

@@ -61,8 +61,9 @@ void remove_files(const std::vector<std::string>& names) {
 
 std::string make_scratch() {
     const char* const wanted = getenv("TMPDIR");
-    std::string name = wanted != nullptr ? wanted : access("/dev/shm", W_OK) == 0 ? "/dev/shm"
-                                                                                  : "/tmp";
+    std::string name = wanted != nullptr               ? wanted
+                       : access("/dev/shm", W_OK) == 0 ? "/dev/shm"
+                                                       : "/tmp";
     name += "/objtrim_fuzz_XXXXXX";
     must(mkdtemp(name.data()) != nullptr, name);
     return name;

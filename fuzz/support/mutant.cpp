@@ -112,17 +112,18 @@ void change_letter(random_numbers& random, std::string& file, uint64_t at) {
 
 void copy_block(random_numbers& random, std::string& file, uint64_t at) {
     const uint64_t from = random.below(file.size());
-    const uint64_t size = std::min({1 + random.below(longest_block), file.size() - at,
-                                    file.size() - from});
+    const uint64_t size =
+        std::min({1 + random.below(longest_block), file.size() - at, file.size() - from});
     const std::string block = file.substr(from, size);
     file.replace(at, random.one_in(4) ? 0 : size, block);
 }
 
 void change_length(random_numbers& random, std::string& file) {
     if (random.one_in(2))
-        file.resize(random.one_in(4) ? random.below(file.size())
-                                     : file.size() - random.below(std::min<uint64_t>(
-                                                         file.size(), longest_block)));
+        file.resize(random.one_in(4)
+                        ? random.below(file.size())
+                        : file.size() -
+                              random.below(std::min<uint64_t>(file.size(), longest_block)));
     else
         file.append(1 + random.below(longest_block), static_cast<char>(random.next()));
 }

@@ -218,9 +218,8 @@ extern "C" int __wrap__Z8host_runPKcb(const char* command_line, bool /*no_stream
     for (char* word = strtok_r(rest, " ", &rest); word != nullptr;
          word = strtok_r(nullptr, " ", &rest))
         words.push_back(word);
-    const int status = run_to_end([&words] {
-        lbm_main(static_cast<int>(words.size()), words.data());
-    });
+    const int status =
+        run_to_end([&words] { lbm_main(static_cast<int>(words.size()), words.data()); });
     static std::string kept_name;
     kept_name = name;
     gen_set_program_name(kept_name.c_str());
