@@ -24,8 +24,9 @@ bool is_well_formed(const std::string& file) {
             ranges.emplace_back(start, size > UINT64_MAX - start ? UINT64_MAX : start + size);
     };
     claim(get_field(file, field::e_shoff), count * get_field(file, field::e_shentsize));
-    claim(get_field(file, field::e_phoff),
-          get_field(file, field::e_phnum) * get_field(file, field::e_phentsize));
+    const uint64_t segment_size =
+        std::max<uint64_t>(get_field(file, field::e_phentsize), is_64 ? 56 : 32);
+    claim(get_field(file, field::e_phoff), get_field(file, field::e_phnum) * segment_size);
     for (uint64_t i = 0; i < count; ++i)
         if (get_field(file, field::sh_type, i) != sht::nobits)
             claim(get_field(file, field::sh_offset, i), get_field(file, field::sh_size, i));
