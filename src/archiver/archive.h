@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "archiver/listfile.h"
@@ -23,7 +24,7 @@ struct header_layout {
 extern const header_layout standard_layout, wide_layout;
 
 // False when the text does not fit.
-bool put_header_field(char* header, const header_field& field, const char* text);
+bool put_header_field(char* header, const header_field& field, std::string_view text);
 bool put_header_number(char* header, const header_field& field, int64_t number);
 // In a standard header sizes from 2 GiB on count as negative when they are read: they do not fit.
 bool put_header_size(char* header, const header_layout& layout, uint64_t size);

@@ -63,18 +63,18 @@ bool index_members(new_archive& archive) {
 // False after a report: something does not fit.
 bool put_header(const new_archive& archive, archive_output& output, const char* name, int64_t date,
                 uint32_t mode, uint64_t size) {
-    char header[61];
-    memset(header, ' ', sizeof header);
-    memcpy(header + 58, "`\n", 2);
+    const header_layout& layout = standard_layout;
+    std::string header = std::string(layout.length - 2, ' ') + "`\n";
     char mode_text[12];
     snprintf(mode_text, sizeof mode_text, "%" PRIo32, mode);
-    const header_layout& layout = standard_layout;
-    const bool fits =
-        put_header_field(header, {0, 16}, name) && put_header_number(header, layout.date, date) &&
-        put_header_field(header, layout.uid, "0") && put_header_field(header, layout.gid, "0") &&
-        put_header_field(header, layout.mode, mode_text) && put_header_size(header, layout, size);
+    const bool fits = put_header_field(header.data(), {0, 16}, name) &&
+                      put_header_number(header.data(), layout.date, date) &&
+                      put_header_field(header.data(), layout.uid, "0") &&
+                      put_header_field(header.data(), layout.gid, "0") &&
+                      put_header_field(header.data(), layout.mode, mode_text) &&
+                      put_header_size(header.data(), layout, size);
     if (fits)
-        put_bytes(output, {header, layout.length});
+        put_bytes(output, header);
     else
         gen_error("archive '%s', member '%s': name, size or date do not fit its header",
                   archive.name, name);

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cinttypes>
+#include <utility>
 
 #include "shared/genout.h"
 
@@ -134,23 +135,32 @@ gen_block elf_malloc(uint64_t size) {
     return block;
 }
 
-gen_block elf_read_bytes(gen_stream& stream, uint64_t size) {
-    gen_block block;
-    bool complete = size == 0;
-    if (stream.position > stream.size || size > stream.size - stream.position) {
-        stream.at_end = true; // the file cannot fill the block, so none is made
-    } else if (size != 0) {
-        block = elf_malloc(size + 1);
-        if (!block.bytes)
-            return {};
-        block.size = size;
-        complete = gen_read_stream(stream, block.bytes.get(), size) == size;
-    }
-    if (complete)
-        return block;
+static void report_failed_read(const gen_stream& stream) {
     elf_error(stream.at_end ? "read failed, unexpected EOF" : "read failed");
     ++elf_error_count;
-    return {};
+}
+
+gen_block elf_read_bytes(gen_stream& stream, uint64_t size) {
+    if (stream.position > stream.size || size > stream.size - stream.position) {
+        stream.at_end = true; // the file cannot fill the block, so none is made
+        if (size != 0)
+            report_failed_read(stream);
+        return {};
+    }
+    if (size == 0)
+        return {};
+    gen_block block = elf_malloc(size + 1);
+    if (!block.bytes)
+        return {};
+    block.size = size;
+    return elf_read_into(stream, block.bytes.get(), size) ? std::move(block) : gen_block();
+}
+
+bool elf_read_into(gen_stream& stream, std::byte* to, uint64_t size) {
+    if (gen_read_stream(stream, to, size) == size)
+        return true;
+    report_failed_read(stream);
+    return false;
 }
 
 elf_decoder elf_decode_at(const std::byte* at, int elfbits) {

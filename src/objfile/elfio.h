@@ -4,8 +4,10 @@
 // in the sink and the routine returns a neutral value. Identification probes files that way.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "shared/genfile.h"
 #include "shared/genmem.h"
@@ -48,6 +50,32 @@ gen_block elf_malloc(uint64_t size);
 // twice. Nothing is allocated that the file cannot fill. The block has one more byte behind its
 // size, a NUL, so that text in it always ends.
 gen_block elf_read_bytes(gen_stream& stream, uint64_t size);
+// The same into `to`, which has room for it. False after an error.
+bool elf_read_into(gen_stream& stream, std::byte* to, uint64_t size);
+
+// A field of 2, 4 or 8 bytes at any address, in either byte order.
+template <class field>
+inline field elf_swap(field value) {
+    static_assert(sizeof value == 2 || sizeof value == 4 || sizeof value == 8);
+    if constexpr (sizeof value == 2)
+        return __builtin_bswap16(value);
+    else if constexpr (sizeof value == 4)
+        return __builtin_bswap32(value);
+    else
+        return __builtin_bswap64(value);
+}
+template <class field>
+inline field elf_load(const std::byte* at, bool big_endian) {
+    field value;
+    memcpy(&value, at, sizeof value);
+    return big_endian == (std::endian::native == std::endian::big) ? value : elf_swap(value);
+}
+template <class field>
+inline void elf_store(std::byte* at, field value, bool big_endian) {
+    if (big_endian != (std::endian::native == std::endian::big))
+        value = elf_swap(value);
+    memcpy(at, &value, sizeof value);
+}
 
 // elf_decoder and elf_encoder walk one entry of a table in memory. They have the same routines, so
 // that a layout is written once, as a template over either (elf_layout_* in elfhead.cpp). The
@@ -59,18 +87,17 @@ struct elf_decoder {
     bool is_64;
 
     void u8(uint8_t& field) { field = static_cast<uint8_t>(*at++); }
-    void u16(uint16_t& field) { field = static_cast<uint16_t>(take(2)); }
-    void u32(uint32_t& field) { field = static_cast<uint32_t>(take(4)); }
-    void u64(uint64_t& field) { field = take(8); }
+    void u16(uint16_t& field) { field = take<uint16_t>(); }
+    void u32(uint32_t& field) { field = take<uint32_t>(); }
+    void u64(uint64_t& field) { field = take<uint64_t>(); }
     // 32 bits wide in a 32-bit file, 64 in a 64-bit one.
-    void word(uint64_t& field) { field = take(is_64 ? 8 : 4); }
+    void word(uint64_t& field) { field = is_64 ? take<uint64_t>() : take<uint32_t>(); }
 
 private:
-    uint64_t take(unsigned width) {
-        uint64_t value = 0;
-        for (unsigned i = 0; i < width; ++i)
-            value |= static_cast<uint64_t>(at[i]) << (8 * (big_endian ? width - 1 - i : i));
-        at += width;
+    template <class field>
+    field take() {
+        const field value = elf_load<field>(at, big_endian);
+        at += sizeof value;
         return value;
     }
 };
@@ -81,22 +108,22 @@ struct elf_encoder {
     bool is_64;
 
     void u8(uint8_t field) { *at++ = static_cast<std::byte>(field); }
-    void u16(uint16_t field) { put(field, 2); }
-    void u32(uint32_t field) { put(field, 4); }
-    void u64(uint64_t field) { put(field, 8); }
+    void u16(uint16_t field) { put(field); }
+    void u32(uint32_t field) { put(field); }
+    void u64(uint64_t field) { put(field); }
     // In a 32-bit file the value is checked to fit.
     void word(uint64_t field) {
         if (is_64)
-            put(field, 8);
+            put(field);
         else
-            put(elf_narrow(field), 4);
+            put(elf_narrow(field));
     }
 
 private:
-    void put(uint64_t value, unsigned width) {
-        for (unsigned i = 0; i < width; ++i)
-            at[i] = static_cast<std::byte>(value >> (8 * (big_endian ? width - 1 - i : i)));
-        at += width;
+    template <class field>
+    void put(field value) {
+        elf_store(at, value, big_endian);
+        at += sizeof value;
     }
 };
 

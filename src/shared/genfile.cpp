@@ -14,6 +14,8 @@
 namespace {
 
 constexpr size_t window_capacity = 64 * 1024; // bytes read ahead
+constexpr uint64_t reserve_worth = 512 * 1024;
+constexpr uint64_t reserve_unit = 64 * 1024;
 constexpr int interrupted_tries = 10;
 constexpr int error_is_a_directory = 21; // the same number on every host, for the same message
 
@@ -199,9 +201,18 @@ int gen_getc(gen_stream& stream) {
     return gen_read_stream(stream, &byte, 1) == 1 ? byte : -1;
 }
 
+// The beginning is left out. File systems that bring a new file's bytes to the disk before it takes
+// an old one's place do so for bytes that have no space yet, and a crash must find one of the two.
+void gen_reserve(const gen_stream& stream, uint64_t size) {
+    const uint64_t left_out = reserve_unit - stream.position % reserve_unit;
+    if (size >= reserve_worth)
+        host_reserve(stream.descriptor, stream.position + left_out, size - left_out);
+}
+
 uint64_t gen_write_stream(gen_stream& stream, const void* buffer, uint64_t size) {
     const std::byte* from = static_cast<const std::byte*>(buffer);
     uint64_t done = 0;
+    gen_reserve(stream, size);
     stream.window_length = 0;
     while (done < size) {
         const int64_t put =

@@ -64,6 +64,10 @@ uint64_t gen_read_stream(gen_stream& stream, void* buffer, uint64_t size);      
 int gen_getc(gen_stream& stream);                                                 // a byte, or -1
 uint64_t gen_write_stream(gen_stream& stream, const void* buffer, uint64_t size); // bytes written
 
+// Sets space aside for `size` bytes at the position, which are about to be written. Large writes do
+// so themselves.
+void gen_reserve(const gen_stream& stream, uint64_t size);
+
 // Bytes from one stream's position to the other's, moved by the host where it can, never through
 // more than a fixed buffer. Both positions advance. Bytes copied: fewer than `size` when the input
 // ends, or cannot be read (input.read_error), or the output cannot be written (output.write_error).

@@ -9,6 +9,7 @@
 #endif
 
 #include "shared/genout.h"
+#include "shared/host.h"
 
 namespace {
 
@@ -22,6 +23,8 @@ bool product_overflows(uint64_t count, uint64_t size) {
 }
 
 void free_nothing(void*) {}
+
+constexpr uint64_t large_block = 4 * 1024 * 1024;
 
 } // namespace
 
@@ -39,6 +42,8 @@ void* gen_calloc(uint64_t count, uint64_t size) {
     void* block = calloc(count, size != 0 ? size : 1);
     if (!block)
         gen_out_of_memory(count * size);
+    if (count * size >= large_block)
+        host_expect_use(block, count * size);
     return block;
 }
 

@@ -103,9 +103,26 @@ void host_release_file(const char* name);
 // way to do it here, or at the end of the input: then the caller reads and writes.
 uint64_t host_copy_range(int from, uint64_t from_offset, int to, uint64_t to_offset, uint64_t size);
 
+// Where the file has data at `offset` or behind it: bytes outside such ranges were never written
+// and read as zeros. The whole rest where the host cannot tell; an empty range at UINT64_MAX when
+// there is no more.
+struct host_range {
+    uint64_t start;
+    uint64_t end;
+};
+host_range host_next_data(int descriptor, uint64_t offset);
+
+// Sets space aside for bytes that are about to be written. The file keeps its length, and whether
+// this worked is of no consequence.
+void host_reserve(int descriptor, uint64_t offset, uint64_t size);
+
 // Owner and permissions of an open file: 0, or -1.
 int host_set_owner(int descriptor, uint32_t owner, uint32_t group);
 int host_set_mode(int descriptor, uint32_t mode);
+
+// Says that a large block of memory, fresh from the allocator, is going to be used as a whole, so
+// that the host may give it in larger portions. Changes nothing else.
+void host_expect_use(void* block, size_t size);
 
 // Whether the host lets a file position move there: 0, or -1.
 int host_check_offset(int descriptor, int64_t offset);

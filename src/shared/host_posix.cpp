@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <string_view>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -231,10 +232,49 @@ uint64_t host_copy_range(int from, uint64_t from_offset, int to, uint64_t to_off
     });
     return copied > 0 ? static_cast<uint64_t>(copied) : 0;
 }
+
+void host_expect_use(void* block, size_t size) {
+    const errno_keeper error;
+    constexpr uintptr_t large_page = 2 * 1024 * 1024;
+    const uintptr_t begin = reinterpret_cast<uintptr_t>(block);
+    const uintptr_t first = (begin + large_page - 1) / large_page * large_page;
+    const uintptr_t end = (begin + size) / large_page * large_page;
+    if (first < end)
+        madvise(static_cast<char*>(block) + (first - begin), end - first, MADV_HUGEPAGE);
+}
+
+host_range host_next_data(int descriptor, uint64_t offset) {
+    const errno_keeper error;
+    const host_range rest = {offset, UINT64_MAX};
+    if (!is_offset(offset))
+        return rest;
+    const off_t start = lseek(descriptor, static_cast<off_t>(offset), SEEK_DATA);
+    if (start < 0)
+        return errno == ENXIO ? host_range{UINT64_MAX, UINT64_MAX} : rest;
+    const off_t end = lseek(descriptor, start, SEEK_HOLE);
+    if (end <= start)
+        return rest;
+    return {static_cast<uint64_t>(start), static_cast<uint64_t>(end)};
+}
+
+void host_reserve(int descriptor, uint64_t offset, uint64_t size) {
+    const errno_keeper error;
+    if (is_offset(offset) && is_offset(size))
+        fallocate(descriptor, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
+                  static_cast<off_t>(size));
+}
 #else
 uint64_t host_copy_range(int, uint64_t, int, uint64_t, uint64_t) {
     return 0;
 }
+
+host_range host_next_data(int, uint64_t offset) {
+    return {offset, UINT64_MAX};
+}
+
+void host_reserve(int, uint64_t, uint64_t) {}
+
+void host_expect_use(void*, size_t) {}
 #endif
 
 int host_set_owner(int descriptor, uint32_t owner, uint32_t group) {

@@ -3,9 +3,11 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <memory>
 #include <pwd.h>
 #include <spawn.h>
 #include <string_view>
@@ -38,16 +40,38 @@ std::string host_module_file_name() {
     return name;
 }
 
-std::string host_user_name() {
+namespace {
+
+struct user_record {
+    std::string name, home;
+};
+
+struct file_closer {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+
+// The machine's own table is read, not the services behind getpwuid: a program that has its C
+// library inside would have to load those, in a version that it does not know. Users of a network
+// go by their number and what their environment says.
+user_record find_user() {
     const errno_keeper error;
-    const passwd* const user = getpwuid(geteuid());
-    return user != nullptr && user->pw_name != nullptr ? user->pw_name : "";
+    const uid_t number = geteuid();
+    if (const std::unique_ptr<FILE, file_closer> users(std::fopen("/etc/passwd", "re")); users)
+        while (const passwd* const user = fgetpwent(users.get()))
+            if (user->pw_uid == number && user->pw_name != nullptr && user->pw_dir != nullptr)
+                return {user->pw_name, user->pw_dir};
+    const char* const home = std::getenv("HOME");
+    return {std::to_string(number), home != nullptr ? home : ""};
+}
+
+} // namespace
+
+std::string host_user_name() {
+    return find_user().name;
 }
 
 std::string host_home_directory() {
-    const errno_keeper error;
-    const passwd* const user = getpwuid(geteuid());
-    return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "";
+    return find_user().home;
 }
 
 std::string host_network_name() {

@@ -34,10 +34,14 @@ const std::string& gen_session_root() {
     return root;
 }
 
+// Not local to its routine: the first use may come long after a handler of the program's end was
+// registered that uses it again.
+static std::optional<std::string> data_root;
+
 const std::string& gen_session_data_root() {
-    static const std::string root =
-        root_of("ORVSessionData_" + host_network_name() + "_" + user_name());
-    return root;
+    if (!data_root)
+        data_root = root_of("ORVSessionData_" + host_network_name() + "_" + user_name());
+    return *data_root;
 }
 
 // Makes the root, or finds one that nobody else can have prepared for us.

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "objfile/arformat.h"
 #include "objfile/objident.h"
@@ -31,37 +32,56 @@ constexpr int tools_directory = 2; // the install type of the programs beside th
 // fatal end, have nothing else to find it by.
 struct archive_run {
     std::string archive_dir;
-    std::string archive_list; // names the stripped copies, for the archiver
+    std::string archive_list;             // names the stripped copies, for the archiver
+    std::vector<std::string> directories; // archive_dir, and those of members of the same name
     gen_stream_ptr list;
     uint32_t stripped_count = 0;
 };
 archive_run run;
 bool scratch_is_in_use;
 
+// Removes without a lock what only this process has to do with. Whether there was anything.
+bool remove_own_directories() {
+    if (!host_is_private_directory(gen_session_root().c_str()))
+        return false;
+    bool any = false;
+    for (const std::string& directory : run.directories)
+        any = host_remove_tree(directory.c_str()) == 0 || any;
+    return any;
+}
+
+// A full disk has no room for the locks that the clean-up takes; then this run's own makes room.
+void remove_scratch_directories() {
+    scratch_is_in_use = false;
+    run.list.reset();
+    gen_clean_session_dirs();
+    if (remove_own_directories())
+        gen_clean_session_dirs();
+    run = archive_run();
+}
+
 void clean_at_exit() {
     if (scratch_is_in_use)
-        gen_clean_session_dirs();
+        remove_scratch_directories();
 }
 
 // The directory and everything below it go at the end of the run, however that comes.
 bool make_scratch_directory() {
-    static const bool registered = std::atexit(clean_at_exit) == 0;
-    if (!registered)
-        return false;
     std::optional<std::string> made = gen_make_session_dir("objtrim_lib", scratch_mode);
     if (!made)
         return false;
-    scratch_is_in_use = true;
+    // Registered only now: what has been kept for the process so far is destroyed after the call.
+    static const bool registered = std::atexit(clean_at_exit) == 0;
     run = archive_run();
     run.archive_dir = std::move(*made);
+    run.directories = {run.archive_dir};
+    if (!registered) {
+        remove_scratch_directories();
+        return false;
+    }
+    scratch_is_in_use = true;
     run.archive_list = gen_join(run.archive_dir, "objfiles");
     return true;
-}
-
-void remove_scratch_directories() {
-    run = archive_run();
-    gen_clean_session_dirs();
-    scratch_is_in_use = false;
 }
 
 // The list is open from the first member to the last: nobody reads it before that.
@@ -83,7 +103,10 @@ std::optional<std::string> copy_path(const std::string& member_name) {
     const std::optional<std::string> other = gen_make_session_dir("objtrim_lib_alt", scratch_mode);
     if (!other)
         return std::nullopt;
-    return gen_join(*other, member_name);
+    run.directories.push_back(*other);
+    path = gen_join(*other, member_name);
+    host_delete(path.c_str()); // a member may have the name of the directory's marker
+    return path;
 }
 
 // Null after a report.

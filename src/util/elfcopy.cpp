@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr uint64_t small_range = 64 * 1024; // up to here gathering beats a copy of its own
 constexpr uint64_t gather_capacity = 256 * 1024;
 
 void report_short_read(const section_copier& copier) {
@@ -31,28 +30,35 @@ void write_gathered(section_copier& copier) {
 
 // Whether a small range can join the gathered ones. The bytes between become zeros, which is right
 // only behind everything that was written before.
-bool joins_gathered(const section_copier& copier) {
+bool joins_gathered(const section_copier& copier, uint64_t to, uint64_t size) {
     if (copier.gathered_size == 0)
         return false;
     const uint64_t end = copier.gathered_to + copier.gathered_size;
-    return copier.to >= end && (copier.to == end || copier.written_end == end) &&
-           copier.to - copier.gathered_to <= gather_capacity - copier.size;
+    return to >= end && (to == end || copier.written_end == end) &&
+           to - copier.gathered_to <= gather_capacity - size;
 }
 
-void gather(section_copier& copier) {
-    if (!joins_gathered(copier)) {
+// Where in the block the bytes for `to` belong; the caller puts them there and counts them.
+std::byte* make_room(section_copier& copier, uint64_t to, uint64_t size) {
+    if (!joins_gathered(copier, to, size)) {
         write_gathered(copier);
-        copier.gathered_to = copier.to;
+        copier.gathered_to = to;
     }
     if (!copier.gathered.bytes)
         copier.gathered = gen_new_block(gather_capacity);
     std::byte* block = copier.gathered.bytes.get();
-    const uint64_t at = copier.to - copier.gathered_to;
+    const uint64_t at = to - copier.gathered_to;
     std::fill(block + copier.gathered_size, block + at, std::byte{0});
+    copier.gathered_size = at;
+    return block + at;
+}
+
+void gather(section_copier& copier) {
+    std::byte* const room = make_room(copier, copier.to, copier.size);
     gen_safe_fseek64(copier.input_name, copier.input, static_cast<int64_t>(copier.from),
                      GEN_SEEK_SET);
-    const uint64_t got = gen_read_stream(*copier.input, block + at, copier.size);
-    copier.gathered_size = at + got;
+    const uint64_t got = gen_read_stream(*copier.input, room, copier.size);
+    copier.gathered_size += got;
     if (got < copier.size)
         report_short_read(copier);
 }
@@ -73,7 +79,7 @@ void copy_large(section_copier& copier) {
 void finish_range(section_copier& copier) {
     if (copier.size == 0)
         return;
-    if (copier.size <= small_range)
+    if (copier.size <= gather_limit)
         gather(copier);
     else
         copy_large(copier);
@@ -113,6 +119,16 @@ void copy_section_data(section_copier& copier, uint64_t from, uint64_t to, uint6
         finish_range(copier);
         report_short_read(copier);
     }
+}
+
+void put_section_data(section_copier& copier, uint64_t to, std::span<const std::byte> contents) {
+    finish_range(copier);
+    copier.copied_end = 0;
+    if (contents.empty())
+        return;
+    std::copy(contents.begin(), contents.end(), make_room(copier, to, contents.size()));
+    copier.gathered_size += contents.size();
+    copier.written_end = std::max(copier.written_end, to + contents.size());
 }
 
 void flush_copies(section_copier& copier) {

@@ -4,7 +4,9 @@
 // small ones are gathered, with the zeros between them, into one block and written together.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "shared/genfile.h"
 #include "shared/genmem.h"
@@ -37,6 +39,9 @@ struct section_copier {
 // "Error reading" is reported. May be carried out later, at the latest by flush_copies. Called in
 // the order of `from`; bytes that sections share are copied once.
 void copy_section_data(section_copier& copier, uint64_t from, uint64_t to, uint64_t size);
+// Writes new contents of a section, no more than `gather_limit` bytes, in the same way.
+constexpr uint64_t gather_limit = 64 * 1024;
+void put_section_data(section_copier& copier, uint64_t to, std::span<const std::byte> contents);
 void flush_copies(section_copier& copier);
 // After flush_copies: somebody else has written to the output, up to `end`.
 void note_written(section_copier& copier, uint64_t end);

@@ -36,7 +36,7 @@ void translate_headers(elf_image& image, const strip_plan& decided, const elf_la
         if (plan.info[i].state == SECTION_REMOVED)
             continue;
         elf_section_header& section = image.sechead[i];
-        section.sh_offset = translate_offset(layout, plan, section.sh_offset);
+        section.sh_offset -= plan.info[i].shift;
         section.sh_link = new_index(plan, section.sh_link);
         if (decided.symbols.present && i == plan.symtab_index)
             section.sh_info = decided.symbols.first_nonlocal;
@@ -88,8 +88,18 @@ uint64_t write_new_contents(section_writer& writer, uint32_t index) {
         return write_index_table(name, stream, section, symbols);
     if (index == sections.strtab_index)
         return write_string_table(name, stream, writer.image, section, symbols);
-    return write_relocations(name, stream, writer.image, symbols,
-                             relocations.tables[relocations.table_of[index] - 1]);
+    return write_relocations(name, stream, writer.image, symbols, relocations,
+                             relocations.table_of[index] - 1);
+}
+
+// The number + 1 of the small relocation table that is rewritten in section `index`, or 0.
+uint32_t small_table_in(const strip_plan& plan, uint32_t index) {
+    const section_plan& sections = plan.sections;
+    const uint32_t table = plan.relocations.table_of[index];
+    const bool has_symbols = index == sections.symtab_index || index == sections.shndx_index ||
+                             index == sections.strtab_index;
+    return table != 0 && !has_symbols && is_small_table(plan.relocations.tables[table - 1]) ? table
+                                                                                            : 0;
 }
 
 // Writes section `index`, which is kept and has data, to `offset`. Bytes written.
@@ -98,6 +108,12 @@ uint64_t write_section(section_writer& writer, uint32_t index, uint64_t offset) 
     if (!is_rewritten(writer.plan, index)) {
         copy_section_data(writer.copier, section.sh_offset, offset, section.sh_size);
         return section.sh_size;
+    }
+    if (const uint32_t table = small_table_in(writer.plan, index); table != 0) {
+        const std::span<const std::byte> contents =
+            rewritten_table(writer.image, writer.plan.symbols, writer.plan.relocations, table - 1);
+        put_section_data(writer.copier, offset, contents);
+        return contents.size();
     }
     flush_copies(writer.copier);
     seek_output(writer.output, offset);
@@ -137,11 +153,17 @@ void write_sections(elf_image& image, strip_plan& plan, elf_layout_plan& layout,
     writer.copier.input = image.stream;
     writer.copier.output_name = output.name;
     writer.copier.output = &output.stream;
+    uint64_t shift = 0; // of what begins where the current section does
+    uint64_t previous_offset = 0;
     for (uint32_t index : layout.offset_order) {
         elf_section_header& section = image.sechead[index];
         strip_section_info& info = plan.sections.info[index];
+        if (section.sh_offset != previous_offset)
+            shift = layout.shift;
+        previous_offset = section.sh_offset;
+        info.shift = shift;
         if (has_data(section)) {
-            const uint64_t new_offset = translate_offset(layout, plan.sections, section.sh_offset);
+            const uint64_t new_offset = section.sh_offset - shift;
             gen_safe_fseek64(image.name, image.stream, static_cast<int64_t>(section.sh_offset),
                              GEN_SEEK_SET);
             seek_output(output, new_offset);

@@ -23,6 +23,7 @@ enum section_state : uint32_t { SECTION_REMOVED = 0, SECTION_KEPT = 1 };
 struct strip_section_info {
     section_state state = SECTION_REMOVED;
     uint64_t old_offset = 0;  // sh_offset in the input
+    uint64_t shift = 0;       // bytes by which its data moves down
     uint64_t shift_after = 0; // bytes by which data behind this section moves down
 };
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <utility>
 
 #include "util/elfassert.h"
 #include "util/options.h"
@@ -12,6 +11,8 @@
 namespace {
 
 constexpr uint32_t type_kind_mask = 0xF;
+constexpr uint64_t piece_limit = 1024 * 1024; // bytes of entries that are held at a time
+constexpr uint64_t small_table_limit = 64 * 1024;
 
 uint64_t entry_size(const elf_image& image, const elf_section_header& section) {
     return (section.sh_type & type_kind_mask) == SHT_RELA ? elf_rela_size(image.elfbits)
@@ -22,9 +23,46 @@ bool is_exactly_relocation(const elf_section_header& section) {
     return section.sh_type == SHT_REL || section.sh_type == SHT_RELA;
 }
 
-elf_relocation entry_at(const relocation_table& table, uint64_t number, int elfbits) {
-    const std::byte* entry = table.entries.bytes.get() + number * table.entry_size;
-    return table.has_addend ? elf_decode_rela(entry, elfbits) : elf_decode_rel(entry, elfbits);
+elf_relocation decode(const std::byte* entry, bool has_addend, int elfbits) {
+    return has_addend ? elf_decode_rela(entry, elfbits) : elf_decode_rel(entry, elfbits);
+}
+
+// Some entries of a table, in the plan's block.
+struct relocation_piece {
+    std::byte* entries;
+    uint64_t first; // the number of the first one in its table
+    uint64_t count;
+};
+
+// Hands the entries of a table to `look` in pieces, until it answers false.
+template <class routine>
+bool look_at_table(const elf_image& image, relocation_plan& relocations,
+                   const relocation_table& table, routine look) {
+    if (!relocations.piece.bytes)
+        relocations.piece = gen_new_block(piece_limit);
+    std::byte* block = relocations.piece.bytes.get();
+    const uint64_t most = piece_limit / table.entry_size;
+    gen_safe_fseek64(image.name, image.stream,
+                     static_cast<int64_t>(image.sechead[table.section].sh_offset), GEN_SEEK_SET);
+    for (uint64_t first = 0; first < table.count; first += most) {
+        const uint64_t count = std::min(most, table.count - first);
+        if (!elf_read_into(*image.stream, block, count * table.entry_size) ||
+            !look(relocation_piece{block, first, count}))
+            return false;
+    }
+    return true;
+}
+
+// Where an entry keeps the number of its symbol: in the upper bits of a 32-bit field.
+struct symbol_field {
+    uint64_t at;
+    unsigned shift;
+};
+
+symbol_field symbol_field_of(int elfbits) {
+    if (elfbits == 32)
+        return {4, 8};
+    return {elf_byte_order == ELF_ORDER_BIG ? uint64_t{8} : uint64_t{12}, 0};
 }
 
 // Whether a REL entry of this type can be made relative to its section without a change of the
@@ -40,31 +78,33 @@ bool is_simple_rel_reloc(const elf_file_header& elfhead, uint32_t type) {
            type <= highest_simple_type;
 }
 
-void scan(const elf_image& image, const relocation_table& table, symbol_plan& symbols) {
+void scan(const elf_image& image, const relocation_table& table, const relocation_piece& piece,
+          symbol_plan& symbols) {
     const elf_assert_site& site =
         table.has_addend ? ASSERT_SCAN_RELA_SYMBOL : ASSERT_SCAN_REL_SYMBOL;
-    for (uint64_t k = 0; k < table.count; ++k) {
-        const elf_relocation relocation = entry_at(table, k, image.elfbits);
+    for (uint64_t k = 0; k < piece.count; ++k) {
+        const elf_relocation relocation =
+            decode(piece.entries + k * table.entry_size, table.has_addend, image.elfbits);
         const uint32_t symbol = elf_relocation_symbol(relocation);
-        elf_assert(symbol < symbols.fate.size(), site);
-        symbols.fate[symbol].referenced = true;
+        elf_assert(symbol < symbols.usage.size(), site);
+        symbols.usage[symbol].referenced = true;
         if (!table.has_addend &&
             !is_simple_rel_reloc(image.elfhead, elf_relocation_type(relocation)))
-            symbols.fate[symbol].nonsimple_reloc = true;
+            symbols.usage[symbol].nonsimple_reloc = true;
     }
 }
 
 // Makes the relocation name what its symbol has become.
-void redirect(elf_relocation& relocation, const symbol_fate& fate, const elf_image& image,
-              bool has_addend) {
+void redirect(elf_relocation& relocation, uint32_t new_index, const symbol_usage& usage,
+              const elf_image& image, bool has_addend) {
     const uint32_t type = elf_relocation_type(relocation);
-    relocation.r_info = uint64_t{fate.new_index} << 32 | type;
+    relocation.r_info = uint64_t{new_index} << 32 | type;
     if (has_addend) {
         relocation.r_addend = static_cast<int64_t>(static_cast<uint64_t>(relocation.r_addend) +
-                                                   static_cast<uint64_t>(fate.value_delta));
-        if (fate.thumb_function)
+                                                   static_cast<uint64_t>(usage.value_delta));
+        if (usage.thumb_function)
             relocation.r_addend |= 1;
-    } else if (fate.value_delta != 0) {
+    } else if (usage.value_delta != 0) {
         elf_assert(image.elfhead.e_type != ET_REL, ASSERT_REL_NOT_RELOCATABLE);
         elf_assert(is_simple_rel_reloc(image.elfhead, type), ASSERT_REL_IS_SIMPLE);
     }
@@ -84,36 +124,98 @@ bool describe_table(const elf_image& image, uint32_t index, relocation_table& ta
     return holds_section(image, index);
 }
 
-void load_entries(const elf_image& image, relocation_table& table) {
-    if (table.entries.bytes)
-        return;
-    gen_safe_fseek64(image.name, image.stream,
-                     static_cast<int64_t>(image.sechead[table.section].sh_offset), GEN_SEEK_SET);
-    table.entries = elf_read_bytes(*image.stream, table.count * table.entry_size);
+// The highest symbol that the piece names.
+template <bool big_endian>
+uint32_t highest_symbol(const relocation_table& table, const relocation_piece& piece,
+                        symbol_field field) {
+    uint32_t highest = 0;
+    const std::byte* at = piece.entries + field.at;
+    for (uint64_t k = 0; k < piece.count; ++k, at += table.entry_size)
+        highest = std::max(highest, elf_load<uint32_t>(at, big_endian) >> field.shift);
+    return highest;
 }
 
-// Calls `look` for each table, with its entries loaded, until it answers false.
-template <class routine>
-bool look_at_tables(const elf_image& image, relocation_plan& relocations, routine look) {
-    uint64_t largest = 0;
-    uint64_t kept = 0;
-    for (const relocation_table& table : relocations.tables) {
-        largest = std::max(largest, table.count * table.entry_size);
-        kept += table.entries.size;
+// False after a report of damage.
+bool names_symbols(const elf_image& image, const symbol_plan& symbols,
+                   const relocation_table& table, const relocation_piece& piece) {
+    const symbol_field field = symbol_field_of(image.elfbits);
+    const size_t symbol_count = symbols.new_index.size();
+    const uint32_t highest = elf_byte_order == ELF_ORDER_BIG
+                                 ? highest_symbol<true>(table, piece, field)
+                                 : highest_symbol<false>(table, piece, field);
+    if (highest < symbol_count)
+        return true;
+    uint64_t k = 0;
+    uint32_t symbol = 0;
+    for (; k < piece.count; ++k) {
+        symbol = elf_relocation_symbol(
+            decode(piece.entries + k * table.entry_size, table.has_addend, image.elfbits));
+        if (symbol >= symbol_count)
+            break;
     }
-    for (relocation_table& table : relocations.tables) {
-        const bool was_kept = table.entries.size != 0;
-        load_entries(image, table);
-        if (!look(table))
-            return false;
-        if (was_kept)
+    return report_damage(image.name,
+                         "relocation %" PRIu64 " of section %" PRIu32 " names symbol %" PRIu32
+                         ", but there are only %zu",
+                         piece.first + k, table.section, symbol, symbol_count);
+}
+
+// The new number of a symbol. The table was checked, but may be another one by now.
+uint32_t new_index_of(const symbol_plan& symbols, uint32_t symbol) {
+    return symbol < symbols.new_index.size() ? symbols.new_index[symbol] : symbol_gone;
+}
+
+// Renumbers the entries of a piece, and moves the kept ones together. Bytes kept. Nothing but the
+// number changes: it becomes no larger, so it has room where it was.
+template <bool big_endian>
+uint64_t renumber(const symbol_plan& symbols, const relocation_table& table,
+                  const relocation_piece& piece, symbol_field field) {
+    const uint64_t size = table.entry_size;
+    const uint32_t rest_mask = (uint32_t{1} << field.shift) - 1;
+    std::byte* const end = piece.entries + piece.count * size;
+    std::byte* to = piece.entries;
+    std::byte* run = piece.entries; // kept entries from here on are not moved yet
+    for (std::byte* from = piece.entries; from != end; from += size) {
+        const uint32_t old = elf_load<uint32_t>(from + field.at, big_endian);
+        const uint32_t index = new_index_of(symbols, old >> field.shift);
+        if (index != symbol_gone) {
+            elf_store(from + field.at, index << field.shift | (old & rest_mask), big_endian);
             continue;
-        if (table.entries.size > largest - std::min(kept, largest))
-            table.entries = gen_block();
-        else
-            kept += table.entries.size;
+        }
+        to = std::copy(run, from, to);
+        run = from + size;
     }
-    return true;
+    to = run == to ? end : std::copy(run, end, to);
+    return static_cast<uint64_t>(to - piece.entries);
+}
+
+// The same where symbols may have been replaced by their section's.
+uint64_t renumber_and_redirect(const elf_image& image, const symbol_plan& symbols,
+                               const relocation_table& table, const relocation_piece& piece) {
+    std::byte* to = piece.entries;
+    for (uint64_t k = 0; k < piece.count; ++k) {
+        elf_relocation relocation =
+            decode(piece.entries + k * table.entry_size, table.has_addend, image.elfbits);
+        const uint32_t symbol = elf_relocation_symbol(relocation);
+        const uint32_t index = new_index_of(symbols, symbol);
+        if (index == symbol_gone)
+            continue;
+        redirect(relocation, index, symbols.usage[symbol], image, table.has_addend);
+        if (table.has_addend)
+            elf_encode_rela(to, relocation, image.elfbits);
+        else
+            elf_encode_rel(to, relocation, image.elfbits);
+        to += table.entry_size;
+    }
+    return static_cast<uint64_t>(to - piece.entries);
+}
+
+uint64_t rewrite_piece(const elf_image& image, const symbol_plan& symbols,
+                       const relocation_table& table, const relocation_piece& piece) {
+    if (!symbols.usage.empty())
+        return renumber_and_redirect(image, symbols, table, piece);
+    const symbol_field field = symbol_field_of(image.elfbits);
+    return elf_byte_order == ELF_ORDER_BIG ? renumber<true>(symbols, table, piece, field)
+                                           : renumber<false>(symbols, table, piece, field);
 }
 
 } // namespace
@@ -143,9 +245,12 @@ bool read_relocations(const elf_image& image, const section_plan& plan, symbol_p
         relocations.tables.push_back(std::move(table));
         relocations.table_of[i] = static_cast<uint32_t>(relocations.tables.size());
     }
-    if (strip_flags.secrel_reloc)
-        look_at_tables(image, relocations, [&](const relocation_table& table) {
-            scan(image, table, symbols);
+    if (!strip_flags.secrel_reloc)
+        return true;
+    symbols.usage.resize(symbols.symbols.size());
+    for (const relocation_table& table : relocations.tables)
+        look_at_table(image, relocations, table, [&](const relocation_piece& piece) {
+            scan(image, table, piece, symbols);
             return true;
         });
     return true;
@@ -155,40 +260,39 @@ bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,
                            relocation_plan& relocations) {
     if (strip_flags.secrel_reloc)
         return true; // the scan has asserted it
-    return look_at_tables(image, relocations, [&](const relocation_table& table) {
-        for (uint64_t k = 0; k < table.count; ++k) {
-            const uint32_t symbol = elf_relocation_symbol(entry_at(table, k, image.elfbits));
-            if (symbol >= symbols.fate.size())
-                return report_damage(image.name,
-                                     "relocation %" PRIu64 " of section %" PRIu32
-                                     " names symbol %" PRIu32 ", but there are only %zu",
-                                     k, table.section, symbol, symbols.fate.size());
-        }
+    const auto check = [&](const relocation_table& table) {
+        return look_at_table(image, relocations, table, [&](const relocation_piece& piece) {
+            return names_symbols(image, symbols, table, piece);
+        });
+    };
+    return std::all_of(relocations.tables.begin(), relocations.tables.end(), check);
+}
+
+bool is_small_table(const relocation_table& table) {
+    return table.count * table.entry_size <= small_table_limit;
+}
+
+std::span<const std::byte> rewritten_table(const elf_image& image, const symbol_plan& symbols,
+                                           relocation_plan& relocations, uint32_t number) {
+    const relocation_table& table = relocations.tables[number];
+    std::span<const std::byte> rewritten;
+    look_at_table(image, relocations, table, [&](const relocation_piece& piece) {
+        rewritten = {piece.entries, rewrite_piece(image, symbols, table, piece)};
         return true;
     });
+    return rewritten;
 }
 
 uint64_t write_relocations(const char* name, gen_stream& output, const elf_image& image,
-                           const symbol_plan& symbols, relocation_table& table) {
-    load_entries(image, table);
-    const gen_block entries = std::move(table.entries);
-    std::byte* to = entries.bytes.get();
-    for (uint64_t k = 0; k < table.count; ++k) {
-        const std::byte* from = entries.bytes.get() + k * table.entry_size;
-        elf_relocation relocation = table.has_addend ? elf_decode_rela(from, image.elfbits)
-                                                     : elf_decode_rel(from, image.elfbits);
-        const symbol_fate& fate = symbols.fate[elf_relocation_symbol(relocation)];
-        if (fate.new_index == symbol_gone)
-            continue;
-        redirect(relocation, fate, image, table.has_addend);
-        if (table.has_addend)
-            elf_encode_rela(to, relocation, image.elfbits);
-        else
-            elf_encode_rel(to, relocation, image.elfbits);
-        to += table.entry_size;
-    }
-    const uint64_t written = static_cast<uint64_t>(to - entries.bytes.get());
-    if (written != 0)
-        gen_safe_fwrite64(name, entries.bytes.get(), 1, written, &output);
+                           const symbol_plan& symbols, relocation_plan& relocations,
+                           uint32_t number) {
+    const relocation_table& table = relocations.tables[number];
+    uint64_t written = 0;
+    look_at_table(image, relocations, table, [&](const relocation_piece& piece) {
+        const uint64_t size = rewrite_piece(image, symbols, table, piece);
+        written += size;
+        return size == 0 || gen_safe_fwrite64(name, piece.entries, 1, size, &output) ==
+                                static_cast<int64_t>(size);
+    });
     return written;
 }

@@ -1,11 +1,11 @@
 // Relocations: scanned before the symbols are decided, checked and rewritten after.
 //
-// A section's entries are read in one block and rewritten in that block. Blocks are kept from the
-// first look to the rewrite as long as they are together no larger than the largest of them; the
-// others are read again.
+// Entries are looked at, and rewritten, in one block of limited size, so a table may be read twice.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "util/elfimage.h"
@@ -17,12 +17,12 @@ struct relocation_table {
     uint64_t count = 0;
     uint64_t entry_size = 0;
     uint32_t section = 0;
-    gen_block entries; // as in the file; empty while they are not kept
 };
 
 struct relocation_plan {
     std::vector<relocation_table> tables;
     std::vector<uint32_t> table_of; // by section index: the number of its table + 1, or 0
+    gen_block piece;                // some entries of one table
 };
 
 // Whether the section is of a relocation type, or of a processor-specific one with the same low
@@ -44,7 +44,12 @@ bool read_relocations(const elf_image& image, const section_plan& plan, symbol_p
 bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,
                            relocation_plan& relocations);
 
-// Writes the entries of a table at the stream's position, renumbered, those left out that name a
-// symbol which is gone. Bytes written.
+// The entries of table `number`, renumbered, those left out that name a symbol which is gone. The
+// first routine is for a small table, and its result lasts until the next look at
+// entries; the second writes any table at the stream's position and gives the bytes written.
+bool is_small_table(const relocation_table& table);
+std::span<const std::byte> rewritten_table(const elf_image& image, const symbol_plan& symbols,
+                                           relocation_plan& relocations, uint32_t number);
 uint64_t write_relocations(const char* name, gen_stream& output, const elf_image& image,
-                           const symbol_plan& symbols, relocation_table& table);
+                           const symbol_plan& symbols, relocation_plan& relocations,
+                           uint32_t number);

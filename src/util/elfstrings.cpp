@@ -1,6 +1,7 @@
 // Moving strings: each old string remembers where it went.
 #include "util/elfstrings.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "shared/genout.h"
@@ -17,7 +18,6 @@ uint32_t& new_offset_of(string_move& move, uint32_t number) {
 string_move prepare_strings(const char* strings, uint64_t size) {
     string_move move;
     move.old = index_strings(strings, size);
-    move.newstrtab = gen_new_block(size);
     move.new_offsets = gen_new_block(uint64_t{move.old.count} * sizeof(uint32_t));
     return move;
 }
@@ -43,7 +43,55 @@ uint32_t append_string(string_move& move, const char* text, uint64_t length) {
     const uint64_t at = move.newstrsize;
     if (at >= UINT32_MAX)
         gen_fatal(status_failure, "64-bit value truncated");
-    memcpy(move.newstrtab.bytes.get() + at, text, static_cast<size_t>(length));
+    if (!move.texts.empty() && move.texts.back().end() == text) {
+        std::string_view& last = move.texts.back();
+        last = {last.data(), last.size() + static_cast<size_t>(length)};
+    } else {
+        move.texts.emplace_back(text, static_cast<size_t>(length));
+    }
     move.newstrsize += length;
     return static_cast<uint32_t>(at);
+}
+
+namespace {
+
+// Small texts are gathered; what is large is written from where it is.
+struct text_writer {
+    const char* name;
+    gen_stream& output;
+    std::vector<char> gathered;
+    bool failed = false;
+};
+
+constexpr size_t gather_limit = 256 * 1024;
+
+void write_out(text_writer& writer, std::string_view text) {
+    if (!writer.failed && !text.empty())
+        writer.failed = gen_safe_fwrite64(writer.name, text.data(), 1, text.size(),
+                                          &writer.output) != static_cast<int64_t>(text.size());
+}
+
+void write_gathered(text_writer& writer) {
+    write_out(writer, {writer.gathered.data(), writer.gathered.size()});
+    writer.gathered.clear();
+}
+
+void add_text(text_writer& writer, std::string_view text) {
+    if (text.size() > gather_limit - writer.gathered.size())
+        write_gathered(writer);
+    if (text.size() >= gather_limit)
+        return write_out(writer, text);
+    writer.gathered.insert(writer.gathered.end(), text.begin(), text.end());
+}
+
+} // namespace
+
+void write_strings(const char* name, gen_stream& output, const string_move& move, uint64_t size) {
+    text_writer writer = {name, output, {}};
+    writer.gathered.reserve(std::min<uint64_t>(size, gather_limit));
+    for (std::string_view text : move.texts)
+        add_text(writer, text);
+    static constexpr char zeros[8] = {};
+    add_text(writer, {zeros, static_cast<size_t>(size - move.newstrsize)});
+    write_gathered(writer);
 }

@@ -65,17 +65,14 @@ verdict judge_by_rule(rewrite_job& job, uint32_t index) {
         return verdict::drop;
     if (elf_symbol_type(symbol) == STT_SECTION)
         return verdict::keep_by_rule;
-    if (is_named(job.keep, symbol.st_name))
-        return verdict::keep_by_rule;
-    if (is_named(job.strip, symbol.st_name))
-        return verdict::drop;
-    return verdict::keep;
+    return is_named(job.keep, symbol.st_name) ? verdict::keep_by_rule : verdict::keep;
 }
 
 // -s: what no relocation names goes.
 verdict judge_need(const rewrite_job& job, uint32_t index) {
     const elf_symbol& symbol = job.symbols.symbols[index];
-    if (elf_symbol_type(symbol) == STT_FILE || !job.symbols.fate[index].referenced)
+    const std::vector<symbol_usage>& usage = job.symbols.usage;
+    if (elf_symbol_type(symbol) == STT_FILE || usage.empty() || !usage[index].referenced)
         return verdict::drop;
     if (strip_flags.keep_used_common && elf_symbol_type(symbol) == STT_COMMON)
         return verdict::keep_by_rule;
@@ -87,24 +84,30 @@ verdict judge_need(const rewrite_job& job, uint32_t index) {
 // then go.
 verdict convert_to_section(rewrite_job& job, uint32_t index) {
     const elf_symbol& symbol = job.symbols.symbols[index];
-    symbol_fate& fate = job.symbols.fate[index];
-    if (!in_section(job, symbol) || fate.nonsimple_reloc)
+    symbol_usage& usage = job.symbols.usage[index];
+    if (!in_section(job, symbol) || usage.nonsimple_reloc)
         return verdict::keep_by_rule;
     const section_symbol& stand_in = job.section_symbols[symbol.st_shndx];
     if (stand_in.index == 0)
         return verdict::keep_by_rule;
-    fate.new_index = job.symbols.fate[stand_in.index].new_index;
-    fate.value_delta = static_cast<int64_t>(symbol.st_value - stand_in.value);
-    fate.thumb_function = job.image.elfhead.e_machine == EM_ARM &&
-                          elf_symbol_type(symbol) == STT_FUNC && symbol.st_size > 0 &&
-                          (symbol.st_other & 1) != 0;
+    job.symbols.new_index[index] = job.symbols.new_index[stand_in.index];
+    usage.value_delta = static_cast<int64_t>(symbol.st_value - stand_in.value);
+    usage.thumb_function = job.image.elfhead.e_machine == EM_ARM &&
+                           elf_symbol_type(symbol) == STT_FUNC && symbol.st_size > 0 &&
+                           (symbol.st_other & 1) != 0;
     return verdict::drop;
 }
 
+// What -s removes anyway is not sought in the strip list: that would be every name of the table,
+// for nothing.
 verdict judge(rewrite_job& job, uint32_t index) {
     verdict result = judge_by_rule(job, index);
-    if (result == verdict::keep && strip_flags.strip_unneeded)
+    if (result != verdict::keep)
+        return result;
+    if (strip_flags.strip_unneeded)
         result = judge_need(job, index);
+    if (result != verdict::drop && is_named(job.strip, job.symbols.symbols[index].st_name))
+        result = verdict::drop;
     if (result == verdict::keep && strip_flags.strip_unneeded && strip_flags.secrel_reloc)
         result = convert_to_section(job, index);
     return result;
@@ -134,7 +137,7 @@ void emit(rewrite_job& job, uint32_t index, uint32_t new_index) {
         symbol.st_shndx = job.plan.new_section_index[symbol.st_shndx];
     if (elf_symbol_binding(symbol) == STB_LOCAL)
         job.symbols.first_nonlocal = new_index + 1;
-    job.symbols.fate[index].new_index = new_index;
+    job.symbols.new_index[index] = new_index;
     job.symbols.symbols[new_index] = symbol;
 }
 
@@ -205,6 +208,6 @@ uint64_t write_string_table(const char* name, gen_stream& output, const elf_imag
     const uint64_t unit = alignment_unit(image);
     const uint64_t size = (symbols.strings.newstrsize + unit - 1) / unit * unit;
     elf_assert(size <= section.sh_size, ASSERT_NEWSTRTAB_SIZE);
-    gen_safe_fwrite64(name, symbols.strings.newstrtab.bytes.get(), 1, size, &output);
+    write_strings(name, output, symbols.strings, size);
     return size;
 }

@@ -11,22 +11,24 @@
 
 constexpr uint32_t symbol_gone = UINT32_MAX;
 
-// What became of one input symbol, for the relocations that name it.
-struct symbol_fate {
-    int64_t value_delta = 0;          // from its section's symbol, if that stands in for it
-    uint32_t new_index = symbol_gone; // its own, or that of the section symbol
-    bool referenced = false;          // a relocation names it
-    bool nonsimple_reloc = false;     // one that cannot be made relative to its section does
-    bool thumb_function = false;      // its address carries the Thumb bit
+// How relocations name one input symbol, and what its section's symbol has to make up for when it
+// stands in. Recorded only with --convert-to-secrel-reloc.
+struct symbol_usage {
+    int64_t value_delta = 0;      // from its section's symbol, if that stands in for it
+    bool referenced = false;      // a relocation names it
+    bool nonsimple_reloc = false; // one that cannot be made relative to its section does
+    bool thumb_function = false;  // its address carries the Thumb bit
 };
 
 struct symbol_plan {
     bool present = false; // a symbol table is kept
     std::vector<elf_symbol>
-        symbols;                   // the input's; after rewrite_symbols the kept ones in new order
-    std::vector<symbol_fate> fate; // by input index
-    uint32_t first_nonlocal = 0;   // the new index behind the last local symbol
-    gen_block strtab;              // the old strings, unless they are the section names too
+        symbols; // the input's; after rewrite_symbols the kept ones in new order
+    // By input index: the new index, that of the section symbol in its place, or symbol_gone.
+    std::vector<uint32_t> new_index;
+    std::vector<symbol_usage> usage; // by input index, or empty
+    uint32_t first_nonlocal = 0;     // the new index behind the last local symbol
+    gen_block strtab;                // the old strings, unless they are the section names too
     string_move strings;
     std::vector<uint32_t> newshndx; // the new extended index table, if one is kept
 };
@@ -40,7 +42,7 @@ bool read_symbols(elf_image& image, const section_plan& plan, symbol_plan& symbo
 void rewrite_symbols(elf_image& image, const section_plan& plan, symbol_plan& symbols);
 
 inline bool drops_symbols(const symbol_plan& symbols) {
-    return symbols.symbols.size() != symbols.fate.size();
+    return symbols.symbols.size() != symbols.new_index.size();
 }
 
 // Prepares the rewritten symbols for the output, which is open by now.

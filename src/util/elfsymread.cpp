@@ -95,7 +95,7 @@ bool read_symbols(elf_image& image, const section_plan& plan, symbol_plan& symbo
         return false;
     // Entries are written in the standard size.
     image.sechead[plan.symtab_index].sh_entsize = elf_symbol_size(image.elfbits);
-    symbols.fate.resize(symbols.symbols.size());
+    symbols.new_index.assign(symbols.symbols.size(), symbol_gone);
     symbols.present = true;
     return true;
 }

@@ -83,11 +83,58 @@ void add_fall_backs(pattern_set& set) {
     }
 }
 
+size_t byte_pair(std::string_view text, size_t at) {
+    return size_t{static_cast<uint8_t>(text[at])} << 8 | static_cast<uint8_t>(text[at + 1]);
+}
+
+void measure_patterns(pattern_set& set) {
+    const auto shorter = [](std::string_view a, std::string_view b) { return a.size() < b.size(); };
+    const auto [least, most] =
+        std::minmax_element(set.patterns.begin(), set.patterns.end(), shorter);
+    set.shortest_length = least->size();
+    set.longest_length = most->size();
+}
+
+size_t window_of(const pattern_set& set) {
+    constexpr size_t longest_window = 200; // a skip fits a byte
+    return std::min(set.shortest_length, longest_window);
+}
+
+void make_skips(pattern_set& set) {
+    const size_t window = window_of(set);
+    set.skips.clear();
+    if (window < 3)
+        return;
+    set.skips.resize(size_t{1} << 16, static_cast<uint8_t>(window - 1));
+    for (std::string_view pattern : set.patterns)
+        for (size_t at = 0; at + 1 < window; ++at) {
+            uint8_t& skip = set.skips[byte_pair(pattern, at)];
+            skip = std::min(skip, static_cast<uint8_t>(window - 2 - at));
+        }
+}
+
+// The first place from `at` on where a pattern may begin; the text's end when there is none.
+size_t next_candidate(const pattern_set& set, std::string_view text, size_t at) {
+    if (set.skips.empty())
+        return at;
+    const size_t window = window_of(set);
+    size_t end = at + window;
+    while (end <= text.size()) {
+        const uint8_t skip = set.skips[byte_pair(text, end - 2)];
+        if (skip == 0)
+            return end - window;
+        end += skip;
+    }
+    return text.size();
+}
+
 void prepare_search(pattern_set& set) {
     if (set.has_fall_backs)
         return;
     build_trie(set);
     add_fall_backs(set);
+    measure_patterns(set);
+    make_skips(set);
     set.has_fall_backs = true;
 }
 
@@ -120,11 +167,15 @@ int64_t last_pattern_start(pattern_set& set, std::string_view text) {
         return -1;
     prepare_search(set);
     int64_t last = -1;
-    uint32_t state = root;
-    for (size_t at = 0; at < text.size(); ++at) {
-        state = edge(set, state, class_of(set, text[at]));
-        if (set.shortest[state] != 0)
-            last = std::max(last, static_cast<int64_t>(at + 1 - set.shortest[state]));
+    size_t at = next_candidate(set, text, 0);
+    while (at < text.size()) {
+        uint32_t state = root;
+        do {
+            state = edge(set, state, class_of(set, text[at++]));
+            if (set.shortest[state] != 0)
+                last = std::max(last, static_cast<int64_t>(at - set.shortest[state]));
+        } while (state != root && at < text.size());
+        at = next_candidate(set, text, at);
     }
     return last;
 }
@@ -134,7 +185,8 @@ int64_t ending_pattern_start(pattern_set& set, std::string_view text) {
         return -1;
     prepare_search(set);
     uint32_t state = root;
-    for (char c : text)
+    const size_t tail = std::min(text.size(), set.longest_length);
+    for (char c : text.substr(text.size() - tail))
         state = edge(set, state, class_of(set, c));
     const uint32_t length = set.shortest[state];
     return length != 0 ? static_cast<int64_t>(text.size() - length) : -1;

@@ -3,7 +3,8 @@
 // A pattern set is a trie over byte classes (bytes that no pattern uses share one). Used as it is,
 // it tests how a text begins; with the fall-back links of Aho and Corasick ("Efficient string
 // matching", 1975) it finds every place where a pattern ends, at a cost that does not depend on
-// their number.
+// their number. Most of a text is not even looked at: two bytes tell how far ahead the next pattern
+// can begin (Wu and Manber, "A fast algorithm for multi-pattern searching", 1994).
 #pragma once
 
 #include <cstddef>
@@ -20,6 +21,11 @@ struct pattern_set {
     uint32_t class_count = 1;
     std::vector<uint32_t> next;     // by state * class_count + class
     std::vector<uint32_t> shortest; // by state: length of the shortest pattern that ends here, or 0
+    size_t longest_length = 0;      // of the patterns
+    size_t shortest_length = 0;
+    // By two bytes: how far a window that ends in them, as long as the shortest pattern, may move
+    // on without missing a pattern's beginning. Empty where that is never more than a byte.
+    std::vector<uint8_t> skips;
 };
 
 // Adds a pattern, which is not copied. The next search prepares the set anew.

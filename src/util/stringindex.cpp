@@ -10,6 +10,14 @@ namespace {
 constexpr uint64_t block_bits = 512;
 constexpr uint64_t words_per_block = block_bits / 64;
 
+// As std::popcount, but without a call where the processor may lack the instruction.
+uint32_t count_bits(uint64_t bits) {
+    bits -= bits >> 1 & 0x5555555555555555;
+    bits = (bits & 0x3333333333333333) + (bits >> 2 & 0x3333333333333333);
+    bits = (bits + (bits >> 4)) & 0x0F0F0F0F0F0F0F0F;
+    return static_cast<uint32_t>(bits * 0x0101010101010101 >> 56);
+}
+
 void mark_starts(string_index& index, uint64_t size) {
     const char* strings = index.strings;
     const char* end = strings + size;
@@ -26,19 +34,23 @@ uint32_t last_start_in(uint64_t bits, size_t word) {
 }
 
 void count_starts(string_index& index) {
-    string_index::block_start before;
+    uint32_t total = 0;
+    uint32_t last_start = 0;
     for (size_t block = 0; block < index.blocks.size(); ++block) {
-        index.blocks[block] = before;
+        string_index::block_start& entry = index.blocks[block];
+        entry.strings_before = total;
+        entry.last_start = last_start;
         const size_t first = block * words_per_block;
         const size_t end = std::min<size_t>(first + words_per_block, index.starts.size());
         for (size_t word = first; word < end; ++word) {
             const uint64_t bits = index.starts[word];
-            before.strings_before += static_cast<uint32_t>(std::popcount(bits));
+            entry.words_before[word - first] = static_cast<uint16_t>(total - entry.strings_before);
+            total += count_bits(bits);
             if (bits != 0)
-                before.last_start = last_start_in(bits, word);
+                last_start = last_start_in(bits, word);
         }
     }
-    index.count = before.strings_before;
+    index.count = total;
 }
 
 } // namespace
@@ -56,17 +68,16 @@ string_index index_strings(const char* strings, uint64_t size) {
 }
 
 string_place find_string(const string_index& index, uint32_t offset) {
-    const size_t block = static_cast<size_t>(offset / block_bits);
-    const size_t last_word = offset / 64;
-    string_place place = {index.blocks[block].last_start, index.blocks[block].strings_before};
-    for (size_t word = block * words_per_block; word <= last_word; ++word) {
-        uint64_t bits = index.starts[word];
-        if (word == last_word)
-            bits &= UINT64_MAX >> (63 - offset % 64);
-        place.number += static_cast<uint32_t>(std::popcount(bits));
-        if (bits != 0)
-            place.start = last_start_in(bits, word);
-    }
-    --place.number; // the string itself was counted
+    const string_index::block_start& block = index.blocks[static_cast<size_t>(offset / block_bits)];
+    const size_t own_word = offset / 64;
+    const size_t in_block = own_word % words_per_block;
+    uint64_t bits = index.starts[own_word] & UINT64_MAX >> (63 - offset % 64);
+    string_place place;
+    // The string itself is counted, so its number is one less.
+    place.number = block.strings_before + block.words_before[in_block] + count_bits(bits) - 1;
+    size_t word = own_word;
+    while (bits == 0 && word % words_per_block != 0)
+        bits = index.starts[--word];
+    place.start = bits != 0 ? last_start_in(bits, word) : block.last_start;
     return place;
 }

@@ -2,7 +2,7 @@
 //
 // Names of a damaged or hostile file may all point into one string as long as the file. The index
 // finds the string that holds a byte in constant time, so that work on whole strings is done once
-// for each of them. It costs a bit for each byte of the table and a little for each 512.
+// for each of them. It costs a bit for each byte of the table, and 24 bytes for each 512.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +17,7 @@ struct string_index {
     struct block_start {
         uint32_t strings_before = 0; // how many strings begin before the block
         uint32_t last_start = 0;     // where the last of them does
+        uint16_t words_before[8];    // and how many begin in the block before each of its words
     };
     std::vector<uint64_t> starts;
     std::vector<block_start> blocks;

@@ -71,7 +71,8 @@ TEST(lbm, replaces_the_listed_members_and_nothing_else) {
         };
         index_them(kind, drafts, "first 3 second 4 third 5 fourth 6");
         work_place place;
-        place.put("x.a", build_archive(kind, drafts), 0640);
+        const std::string tail = "too short for a header";
+        place.put("x.a", build_archive(kind, drafts) + tail, 0640);
 
         // What is undefined, local, a section or a file is not in an index; what a compiler left
         // to itself keeps the entries that it has.
@@ -101,7 +102,7 @@ TEST(lbm, replaces_the_listed_members_and_nothing_else) {
         const run_result result = place.command(lbm + "-rc link.a @list");
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.out + result.err, "");
-        EXPECT_EQ(difference(place.get("x.a"), build_archive(kind, drafts)), "");
+        EXPECT_EQ(difference(place.get("x.a"), build_archive(kind, drafts) + tail), "");
         EXPECT_EQ(place.state("x.a").mode, 0640u);
         EXPECT_EQ(place.list(), split("1 2 3 link.a list x.a"));
         EXPECT_TRUE(std::filesystem::is_symlink(place.path("link.a")));
@@ -176,7 +177,6 @@ TEST(lbm, refuses_without_a_trace) {
              {index(ar_index({{"abc", header + 2}})), "m.o\n", "leads to no member"},
              {index(ar_index({{"abcd", header}}).substr(0, 12)), "m.o\n", "before the last name"},
              {index(ar_index({{"ab", header}}) + "x"), "m.o\n", "behind the last name"},
-             {archive({}, "trailing"), "m.o\n", "in the middle of a member's header"},
              {archive({}, build_ar_member(OBJ_ARCHIVE, {.name = "n/", .size = "1"})), "m.o\n",
               "member 'n': it reaches past the end"},
              {archive({{.name = "bad/", .end = "xx"}}), "m.o\n", "Unexpected chars"},

@@ -94,7 +94,8 @@ TEST_F(library, the_last_member_decides) {
     std::string strange = object(), relocatable = object();
     set_field(strange, field::e_machine, 0xBEEF);
     set_field(relocatable, field::e_type, et::rel);
-    place.put("elf", object());
+    for (const char* name : {"elf", "dont_delete", "objfiles"})
+        place.put(name, object());
     place.put("strange", strange);
     place.put("relocatable", relocatable);
     const std::string failed = "objtrim: error: failed to strip file 'lib.a'\n";
@@ -112,6 +113,7 @@ TEST_F(library, the_last_member_decides) {
         {"strange elf", 1, unknown, true},
         {"elf strange", 1, unknown + failed, false},
         {"elf elf elf", 0, "", true},
+        {"dont_delete objfiles dont_delete", 0, "", true}, // the scratch directory's own files
     };
     for (const auto& row : rows) {
         std::filesystem::remove(place.path("lib.a"));

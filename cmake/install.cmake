@@ -1,0 +1,78 @@
+# What an installation consists of, and the packages that are made of it. A release is stripped on
+# its way there by the objtrim that was just built.
+include(GNUInstallDirs)
+
+set(OBJTRIM_STRIPPER "" CACHE FILEPATH "The objtrim that strips what is installed of a release; \
+empty: the one that is built, if it runs here")
+set(OBJTRIM_PACKAGE_CONTACT "objtrim maintainers <objtrim@example.org>" CACHE STRING
+    "Whom the packages name as their maintainer")
+
+set(installed_programs objtrim)
+if(TARGET lbm)
+    list(APPEND installed_programs lbm) # objtrim runs it, and looks for it beside itself
+endif()
+install(TARGETS ${installed_programs} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+set(stripper "${OBJTRIM_STRIPPER}")
+if(NOT stripper AND NOT CMAKE_CROSSCOMPILING)
+    set(stripper "$<TARGET_FILE:objtrim>")
+endif()
+if(stripper AND CMAKE_BUILD_TYPE STREQUAL "Release")
+    foreach(program IN LISTS installed_programs)
+        set(installed "\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}")
+        install(CODE "execute_process(COMMAND \"${stripper}\" -a
+            \"${installed}/$<TARGET_FILE_NAME:${program}>\" COMMAND_ERROR_IS_FATAL ANY)")
+    endforeach()
+endif()
+
+# --- documents, completion, the wrapper -----------------------------------------------------------
+
+file(GLOB manual_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.1)
+file(GLOB documents CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+if(WIN32)
+    install(FILES ${manual_pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+else()
+    set(contrib ${PROJECT_SOURCE_DIR}/contrib)
+    install(FILES ${manual_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    install(PROGRAMS ${contrib}/objtrim-as-strip DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(FILES ${contrib}/completion/objtrim.bash RENAME objtrim
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    # Debian's zsh looks for what packages bring in a directory of its own.
+    install(CODE "
+        set(zsh_directory site-functions)
+        if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\" AND EXISTS /etc/debian_version)
+            set(zsh_directory vendor-completions)
+        endif()
+        file(INSTALL \"${contrib}/completion/_objtrim\"
+            DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/zsh/\${zsh_directory}\")")
+endif()
+
+# --- packages -------------------------------------------------------------------------------------
+
+# The version that the program tells is the version of its packages.
+file(STRINGS ${PROJECT_SOURCE_DIR}/src/util/version.cpp stamp REGEX "@\\(#\\).*Compiler v[0-9.]+")
+string(REGEX MATCH "v([0-9]+\\.[0-9]+\\.[0-9]+)" stamp "${stamp}")
+set(CPACK_PACKAGE_VERSION ${CMAKE_MATCH_1})
+set(CPACK_PACKAGE_NAME objtrim)
+set(CPACK_PACKAGE_VENDOR "objtrim")
+set(CPACK_PACKAGE_CONTACT "${OBJTRIM_PACKAGE_CONTACT}")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "strip utility for object files of embedded targets")
+set(CPACK_PACKAGE_DESCRIPTION "Removes symbols, debugging information and line numbers from ELF \
+and COFF files and PE images of any target, and leaves what is loaded at run time as it was.")
+set(CPACK_VERBATIM_VARIABLES ON)
+if(WIN32)
+    set(CPACK_GENERATOR ZIP)
+else()
+    set(CPACK_GENERATOR DEB TGZ)
+    set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+    set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+    find_program(dpkg_shlibdeps dpkg-shlibdeps)
+    mark_as_advanced(dpkg_shlibdeps)
+    if(dpkg_shlibdeps)
+        set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+    endif()
+endif()
+include(CPack)
