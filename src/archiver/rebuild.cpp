@@ -109,6 +109,9 @@ bool rebuild_archive(const char* name, const std::string& real_name,
         if (!patch_header(archive, change))
             return false;
     archive_output output;
-    return open_output(output, name, real_name, &archive.status) &&
-           write_archive(archive, output, index) && finish_output(output, &archive.status);
+    if (!open_output(output, name, real_name, &archive.status) ||
+        !write_archive(archive, output, index))
+        return false;
+    archive.stream.reset(); // some hosts replace no file that is open
+    return finish_output(output, &archive.status);
 }

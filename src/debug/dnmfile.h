@@ -98,7 +98,7 @@ struct dnm_map {
     uint64_t sections_tail = 0; // where in the input the bytes behind the last record begin
     std::vector<dnm_held> held; // by table
     std::string last_error;     // what the library notes without printing it
-    gen_stream_ptr input;       // stays open: the other tables are copied from it
+    gen_stream_ptr input;       // stays open until the other tables were copied from it
 };
 
 // Reads the map called `name`. Null after a report.

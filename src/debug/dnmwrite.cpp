@@ -31,6 +31,7 @@ struct write_job {
     std::string temporary;
     gen_unfinished_file unfinished; // the temporary file
     gen_stream_ptr output;
+    std::optional<host_status> old; // the file before its removal changed anything
 };
 
 // An undecoded table cannot change its encoding, so it keeps the file's. Without one, the map is
@@ -147,12 +148,12 @@ bool write_table(write_job& job, const table_output& table) {
 
 // Whoever could use the old file can use the new one. Refused is only what the caller has no right
 // to, and that is no reason to do without the map.
-void copy_owner_and_mode(const gen_stream& from, const gen_stream& to) {
+void give_owner_and_mode(const write_job& job) {
     constexpr uint32_t permissions = 0777;
     const int saved_errno = errno;
-    if (const std::optional<host_status> status = host_descriptor_status(from.descriptor)) {
-        host_set_owner(to.descriptor, status->owner, status->group);
-        host_set_mode(to.descriptor, status->mode & permissions);
+    if (job.old) {
+        host_set_owner(job.output->descriptor, job.old->owner, job.old->group);
+        host_set_mode(job.output->descriptor, job.old->mode & permissions);
     }
     errno = saved_errno;
 }
@@ -170,7 +171,7 @@ bool write_temporary(write_job& job) {
     for (const table_output& table : job.tables)
         if (!write_table(job, table))
             return false;
-    copy_owner_and_mode(*job.map.input, *job.output);
+    give_owner_and_mode(job);
     return gen_close(std::move(job.output)) == 0;
 }
 
@@ -211,7 +212,7 @@ std::string temporary_name(const dnm_map& map) {
 } // namespace
 
 int STDnm_Write(dnm_map& map) {
-    write_job job = {map, {map.compressed, map.header.address_mode}, {}, {}, {}, {}, nullptr};
+    write_job job = {map, {map.compressed, map.header.address_mode}, {}, {}, {}, {}, nullptr, {}};
     if (!keeps_encoding(map))
         job.coding.compressed = true;
     place_tables(job, encode_head(map, job.coding, false).size());
@@ -219,14 +220,17 @@ int STDnm_Write(dnm_map& map) {
     job.temporary = temporary_name(map);
     // The old file goes before the new one exists.
     const int saved_errno = errno;
+    job.old = host_descriptor_status(map.input->descriptor);
     if (!is_directory(map.name))
         remove_forcibly(map.name.c_str());
     errno = saved_errno;
-    if (write_temporary(job) && move_into_place(job))
+    const bool written = write_temporary(job);
+    map.input.reset(); // some hosts free the old file's name only now
+    if (written && move_into_place(job))
         return 0;
     const int reason = errno;
     job.output.reset();
-    host_delete(job.temporary.c_str());
+    remove_forcibly(job.temporary.c_str());
     errno = reason;
     gen_system_error("<libst>: failed to write \"%s\"", job.temporary.c_str());
     return 1;

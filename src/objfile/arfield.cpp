@@ -2,6 +2,7 @@
 // switch that makes it fatal has one reader.
 #include "objfile/arfield.h"
 
+#include <algorithm>
 #include <cinttypes>
 
 #include "objfile/arformat.h"
@@ -49,7 +50,7 @@ std::string_view ar_without_trailing_space(std::string_view text) {
 }
 
 std::string_view ar_text(std::string_view bytes) {
-    return bytes.substr(0, bytes.find('\0'));
+    return {bytes.begin(), std::find(bytes.begin(), bytes.end(), '\0')};
 }
 
 bool ar_read_header_bytes(gen_stream& stream, const char* archive_name, char* to, size_t size) {

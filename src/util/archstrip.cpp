@@ -72,7 +72,6 @@ bool make_scratch_directory() {
         return false;
     // Registered only now: what has been kept for the process so far is destroyed after the call.
     static const bool registered = std::atexit(clean_at_exit) == 0;
-    run = archive_run();
     run.archive_dir = std::move(*made);
     run.directories = {run.archive_dir};
     if (!registered) {

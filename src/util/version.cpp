@@ -19,13 +19,20 @@ constexpr stamp_field padded(std::string_view text) {
     return field;
 }
 
+// Kept by compiler and linker, as far as the format of the program lets them be told.
+#ifdef __ELF__
+#define KEPT [[gnu::used, gnu::retain]]
+#else
+#define KEPT [[gnu::used]]
+#endif
+
 // Not constant, and read through volatile below: the file may have been patched since it was built.
-[[gnu::used, gnu::retain]] stamp_field product_field =
+KEPT stamp_field product_field =
     padded("@(#)Orvale Software, Compiler v2023.5.4");
-[[gnu::used, gnu::retain]] stamp_field customer_field =
+KEPT stamp_field customer_field =
     padded("@(#)[Customer version stamp space]");
-[[gnu::used, gnu::retain]] stamp_field directory_field = padded("@(#)[Directory] src/util");
-[[gnu::used, gnu::retain]] stamp_field version_control_field = padded("@(#)[VCInfo] objtrim");
+KEPT stamp_field directory_field = padded("@(#)[Directory] src/util");
+KEPT stamp_field version_control_field = padded("@(#)[VCInfo] objtrim");
 
 std::string text_of(const stamp_field& field) {
     std::string text;
