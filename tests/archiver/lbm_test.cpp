@@ -14,6 +14,13 @@ namespace {
 const std::string lbm = "'" OBJTRIM_ARCHIVER "' ";
 const std::string date = "1000000000"; // of all files that a test puts into its place
 
+// The text of what the host keeps of permission bits.
+std::string kept_mode(uint32_t mode) {
+    const uint32_t kept = host_mode(mode);
+    return {static_cast<char>('0' + kept / 64), static_cast<char>('0' + kept / 8 % 8),
+            static_cast<char>('0' + kept % 8)};
+}
+
 struct defined {
     std::string name;
     uint8_t info = 0x12; // a global function
@@ -93,19 +100,20 @@ TEST(lbm, replaces_the_listed_members_and_nothing_else) {
         place.put("3/same.o", drafts[6].data, 0604);
         place.put("list", "2/same.o\r\n1/same.o\n\n" + place.directory + "/3/same.o");
         drafts[3].date = drafts[4].date = drafts[6].date = date;
-        drafts[3].mode = "755";
-        drafts[4].mode = "100400";
-        drafts[6].mode = "100604";
+        drafts[3].mode = kept_mode(0755);
+        drafts[4].mode = "100" + kept_mode(0400);
+        drafts[6].mode = "100" + kept_mode(0604);
         index_them(kind, drafts, "weak 3 common 3 unique 3 absolute 3 third 5 fourth 6");
 
-        std::filesystem::create_symlink("x.a", place.path("link.a"));
-        const run_result result = place.command(lbm + "-rc link.a @list");
+        const bool linked = make_link("x.a", place.path("link.a"));
+        const run_result result =
+            place.command(lbm + "-rc " + (linked ? "link" : "x") + ".a @list");
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.out + result.err, "");
         EXPECT_EQ(difference(place.get("x.a"), build_archive(kind, drafts) + tail), "");
-        EXPECT_EQ(place.state("x.a").mode, 0640u);
-        EXPECT_EQ(place.list(), split("1 2 3 link.a list x.a"));
-        EXPECT_TRUE(std::filesystem::is_symlink(place.path("link.a")));
+        EXPECT_EQ(place.state("x.a").mode, host_mode(0640));
+        EXPECT_EQ(place.list(), split(linked ? "1 2 3 link.a list x.a" : "1 2 3 list x.a"));
+        EXPECT_EQ(std::filesystem::is_symlink(place.path("link.a")), linked);
     }
 }
 
@@ -201,6 +209,8 @@ TEST(lbm, refuses_without_a_trace) {
 }
 
 TEST(lbm, a_full_disk_leaves_the_old_archive) {
+    if (!host_has_limits)
+        GTEST_SKIP() << "no write can be made to fail on this host";
     work_place place;
     place.put("m.o", std::string(5000, 'x'));
     place.put("list", "m.o");

@@ -1,10 +1,5 @@
-// The host on POSIX: what a plain call of the system would get wrong for us.
+// The host: what a plain call of any system would get wrong for us.
 #include <cerrno>
-#include <csignal>
-#include <filesystem>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "shared/host.h"
 #include "support/child.h"
@@ -14,59 +9,14 @@ namespace {
 using host = placed_test;
 
 TEST_F(host, success_and_an_expected_no_leave_the_error_number) {
-    std::filesystem::create_symlink("nowhere", "dangling");
+    const bool linked = make_link("nowhere", "dangling");
     errno = 77;
     EXPECT_FALSE(host_status_of("dangling"));
-    EXPECT_TRUE(host_name_taken("dangling"));
+    EXPECT_EQ(host_name_taken("dangling"), linked);
     EXPECT_FALSE(host_usable_directory("dangling"));
     const int file = host_open("f", host_access::create);
     EXPECT_EQ(host_close(file), 0);
     EXPECT_EQ(errno, 77);
-}
-
-TEST_F(host, opening_does_not_wait_for_the_partner_of_a_pipe) {
-    mkfifo("fifo", 0600);
-    EXPECT_EQ(host_open("fifo", host_access::create), -1);
-    EXPECT_EQ(errno, ENXIO);
-}
-
-TEST_F(host, after_the_start_writes_fail_instead_of_ending_the_program) {
-    const auto body = [] {
-        std::signal(SIGCHLD, SIG_IGN); // as a careless parent leaves it
-        close(STDERR_FILENO);
-        int failures = host_start() != 0;
-        const int file = host_open("f", host_access::create);
-        failures += file <= host_error_descriptor;
-        int ends[2] = {-1, -1};
-        failures += pipe(ends) != 0 || close(ends[0]) != 0;
-        failures += host_write(ends[1], "x", 1) != -1 || errno != EPIPE;
-        const rlimit limit = {4, 4};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        failures += host_write_at(file, "x", 1, 4) != -1 || errno != EFBIG;
-        const int ended = host_run("/bin/sh -c \"kill -PIPE $$\"", false); // ignored only here
-        failures += ended != 128 + SIGPIPE;
-        _exit(failures);
-    };
-    EXPECT_EQ(run_child(body).first, 0);
-}
-
-// An ignored signal, as of a job in the background, stays ignored; the others end the process as
-// the parent would expect, and take the unfinished files with them.
-TEST_F(host, an_interrupt_removes_unfinished_files) {
-    static const char* const released = "done"; // by its address
-    const auto body = [] {
-        std::signal(SIGHUP, SIG_IGN);
-        host_start();
-        for (const char* name : {released, "one", "two"}) {
-            host_close(host_open(name, host_access::create));
-            host_guard_file(name);
-        }
-        host_release_file(released);
-        raise(SIGHUP);
-        raise(SIGTERM);
-    };
-    EXPECT_EQ(run_child(body).first, 128 + SIGTERM);
-    EXPECT_EQ(place.list(), words{released});
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include "shared/gencmdline.h"
 #include "shared/genout.h"
+#include "shared/genpath.h"
 #include "shared/host.h"
 #include "shared/indconfig.h"
 #include "shared/indgeninit.h"
@@ -28,18 +29,18 @@ void expect_start(const std::string& path, const std::string& name, const std::s
 }
 
 TEST_F(indgen, name_and_place_come_from_an_absolute_path_or_the_host) {
-    const std::filesystem::path module = std::filesystem::read_symlink("/proc/self/exe");
+    const std::filesystem::path module = test_program();
     expect_start("/x/tool.EXE", "tool", "/x");
     expect_start("/x/a.exe.b", "a.exe.b", "/x");
-    expect_start("./tool", module.filename(), module.parent_path());
+    expect_start("./tool", module.stem().string(), module.parent_path().string());
 }
 
 TEST_F(indgen, install_directory_follows_the_first_line_beside_the_program) {
     const std::pair<std::string, std::string> rows[] = {
-        {"/opt//x/../../../y/\nnext", "/y"},
-        {"rel/dir\r\n", place.directory + "/rel/dir"},
-        {"~/t", host_home_directory() + "/t"},
-        {"~t", place.directory + "/~t"},
+        {"/opt//x/../../../y/\nnext", std::filesystem::absolute("/y").string()},
+        {"rel/dir\r\n", gen_join(place.directory, "rel/dir")},
+        {"~/t", gen_join(host_home_directory(), "t")},
+        {"~t", gen_join(place.directory, "~t")},
     };
     for (const auto& [text, expected] : rows) {
         place.put(".redirect_host32", text);
@@ -65,18 +66,7 @@ TEST_F(indgen, command_lines_are_split_as_the_loader_and_the_runtime_do) {
         EXPECT_EQ(command.program, program) << line;
         EXPECT_EQ(command.arguments, arguments) << line;
     }
-    EXPECT_EQ(gen_can_exec("my tool"), 1); // without a suffix, too
-}
-
-TEST_F(indgen, a_childs_status_says_how_it_ended) {
-    const std::tuple<const char*, const char*, int> rows[] = {
-        {"/bin/sh -c \"exit 7\"", "", 7},
-        {"/bin/sh -c \"kill -9 $$\"", nullptr, 128 + 9},
-        {"none x", "", 127},
-        {"/bin/sh -c \"cd /proc/$$/fd; test -e 0 -o -e 1 -o -e 2 || exit 6\"", "q", 6},
-    };
-    for (const auto& [line, mode, status] : rows)
-        EXPECT_EQ(gen_run(line, mode), status) << line;
+    EXPECT_EQ(gen_can_exec("my tool"), *host_program_suffix ? -1 : 1);
 }
 
 } // namespace

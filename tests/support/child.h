@@ -1,4 +1,4 @@
-// Runs a piece of test code in a forked child, so that the end of a program can be looked at from
+// Runs a piece of test code in a child, so that the end of a program can be looked at from
 // outside; gives a test a directory to work in; makes the ELF layer's errors silent and counted.
 #pragma once
 
@@ -17,7 +17,8 @@ constexpr int child_returned = 200; // the status of a child whose body came to 
 using child_end = std::pair<int, std::string>; // exit status, 128 + n for signal n; messages
 
 // Runs `body` in a child, with program name objtrim and error number 0. Its exit status, and all
-// that it wrote to standard error.
+// that it wrote to standard error. On hosts that cannot fork the child is a second run of the test
+// as far as this call, in the same directories: a test must get there again by the same way.
 child_end run_child(const std::function<void()>& body);
 // Runs `body` in so many children at once, each with its number. It has to answer true in all.
 void expect_together(int children, const std::function<bool(int child)>& body);

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <set>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 using words = std::vector<std::string>;
@@ -14,6 +13,17 @@ using words = std::vector<std::string>;
 // word.
 words split(const std::string& line);
 std::set<std::string> split_set(const std::string& line);
+
+// Limits for programs, and programs of the system to work with; Windows has none that fit.
+#ifdef _WIN32
+constexpr bool host_has_limits = false;
+constexpr bool host_has_tools = false;
+constexpr size_t damage_step = 10; // files cost too much time there to change each of their bytes
+#else
+constexpr bool host_has_limits = true;
+constexpr bool host_has_tools = true;
+constexpr size_t damage_step = 1;
+#endif
 
 struct run_limits {
     uint64_t file_size = 0; // longest file that it may write; 0: no limit
@@ -28,8 +38,8 @@ struct run_result {
 
 struct file_state {
     std::string bytes;
-    ino_t inode = 0;
-    mode_t mode = 0;      // permission bits
+    uint64_t inode = 0;
+    uint32_t mode = 0;    // permission bits
     int64_t modified = 0; // nanoseconds
 
     bool operator==(const file_state&) const = default;
@@ -46,7 +56,7 @@ struct work_place {
 
     std::string path(const std::string& name) const { return directory + "/" + name; }
     // The file is dated in the past, so that any later change shows in its time.
-    void put(const std::string& name, const std::string& bytes, mode_t mode = 0644) const;
+    void put(const std::string& name, const std::string& bytes, uint32_t mode = 0644) const;
     std::string get(const std::string& name) const;
     file_state state(const std::string& name) const;
     words list(const std::string& below = "") const; // sorted
@@ -57,6 +67,29 @@ struct work_place {
     // Runs any program, looked for along PATH.
     run_result command(const std::string& line) const;
 };
+
+void set_variable(const char* name, const char* value);
+void limit_own_files(uint64_t size); // where the host has limits; longer writes then fail
+// False where a test can make no symbolic links.
+bool make_link(const std::string& target, const std::string& name);
+std::string test_program(); // the full name of the program that runs the tests
+
+// What the host makes of permission bits: on Windows there is only the owner's right to write.
+uint32_t host_mode(uint32_t mode);
+extern const char* const null_device;
+
+// A file's bytes; none when it cannot be read.
+std::string read_file(const std::string& name);
+
+// The host's part of the above. A program's output goes to files beside the directory, so that
+// nobody has to read while it runs.
+std::string make_work_directory();
+void remove_work_directory(const std::string& name);           // with all in it
+void set_mode_and_age(const std::string& file, uint32_t mode); // and dates it in the past
+file_state file_state_of(const std::string& file);             // without the bytes
+run_result run_program(const std::string& directory, const std::string& line,
+                       const run_limits& limits);
+run_result run_tool(const std::string& directory, const std::string& line);
 
 // Whether the build is an instrumented one, which takes memory of its own.
 inline bool is_sanitized_build() {

@@ -62,7 +62,7 @@ TEST(dnmupdate, records_follow_their_sections) {
                                                           {now(3), now(2), -1, 1, -1},
                                                           {now(3) + 1, 0, -1, 3, 4}}))))
             << form.name;
-        EXPECT_EQ(place.state("prog.dnm").mode, 0640u);
+        EXPECT_EQ(place.state("prog.dnm").mode, host_mode(0640));
         EXPECT_EQ(place.list(), split("prog.dnm prog.elf"));
     }
 }
@@ -103,6 +103,8 @@ TEST(dnmupdate, failures) {
                  {whole, error + "while writing .dnm header in \"ov_", 350},
                  {whole, error + "failed to write \"ov_", whole.size() - 40}};
     for (const auto& [bytes, said, limit] : cases) {
+        if (limit != 0 && !host_has_limits)
+            continue;
         work_place place;
         elf_draft draft{.form = elf_forms[1]};
         draft.sections = {{.name = ".debug_info", .content = "text"}};

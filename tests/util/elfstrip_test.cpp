@@ -119,6 +119,8 @@ TEST(elfstrip, a_section_past_the_end_of_the_file_is_copied_as_far_as_it_goes) {
 }
 
 TEST(elfstrip, memory_does_not_grow_with_section_data) {
+    if (!host_has_limits)
+        GTEST_SKIP() << "the host does not limit a program's memory";
     if (is_sanitized_build())
         GTEST_SKIP() << "an instrumented program takes more memory by itself";
     elf_draft draft = sample_draft(elf_forms[0]);
@@ -134,7 +136,7 @@ TEST(elfstrip, vxworks_mode_patches_one_header_in_place) {
         std::string expected = build_elf(draft);
         work_place place;
         place.put("prog.elf", expected);
-        const ino_t inode = place.state("prog.elf").inode;
+        const uint64_t inode = place.state("prog.elf").inode;
         EXPECT_EQ(place.trim("-vxworks prog.elf").err, "");
         set_field(expected, field::sh_size, 0, 6);
         EXPECT_TRUE(place.get("prog.elf") == expected) << form.name;
@@ -181,12 +183,14 @@ TEST_F(output, takes_the_place_of_the_input_by_whatever_name) {
         work_place fresh;
         fresh.put("sub/prog", file);
         std::filesystem::create_hard_link(fresh.path("sub/prog"), fresh.path("hard"));
-        std::filesystem::create_symlink("sub/prog", fresh.path("soft"));
+        const bool linked = make_link("sub/prog", fresh.path("soft"));
+        if (!linked && std::string(line).find("soft") != std::string::npos)
+            continue;
         const file_state here = fresh.state("");
         EXPECT_EQ(fresh.trim(line).err, "");
         EXPECT_EQ(difference(fresh.get("sub/prog"), stripped), "") << line;
         EXPECT_EQ(fresh.get("hard"), file) << line;
-        EXPECT_TRUE(std::filesystem::is_symlink(fresh.path("soft")));
+        EXPECT_EQ(std::filesystem::is_symlink(fresh.path("soft")), linked);
         EXPECT_TRUE(fresh.state("") == here) << line;
         EXPECT_EQ(fresh.list("sub"), words{"prog"});
     }

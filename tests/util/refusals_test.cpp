@@ -139,6 +139,8 @@ TEST(refusals, hostile_numbers_do_no_harm) {
 }
 
 TEST(refusals, failed_writes_leave_the_input) {
+    if (!host_has_limits)
+        GTEST_SKIP() << "no write can be made to fail on this host";
     elf_draft draft = sample_draft(elf_forms[0]);
     draft.order = "S12P"; // the program headers are the last thing written
     work_place place;
