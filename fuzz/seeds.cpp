@@ -123,9 +123,8 @@ void put_archive_seeds() {
     put_seed("archive", "single",
              build_archive(OBJ_ARCHIVE, {{.name = "one.o/", .data = program}}));
     put_seed("archive", "odd",
-             build_archive(OBJ_ARCHIVE,
-                           {{.name = "odd.o/", .data = build_elf(object) + "\1"},
-                            {.name = "one.o/", .data = program}}));
+             build_archive(OBJ_ARCHIVE, {{.name = "odd.o/", .data = build_elf(object) + "\1"},
+                                         {.name = "one.o/", .data = program}}));
 }
 
 void put_dnm_seeds() {
