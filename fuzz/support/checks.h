@@ -1,0 +1,26 @@
+// What has to hold after every execution, whatever the input was.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "support/files.h"
+#include "support/program.h"
+
+// An input: four bytes that choose options, and a file.
+struct fuzz_input {
+    uint32_t choice = 0;
+    std::string file;
+};
+fuzz_input take_input(const uint8_t* data, size_t size, const std::string& magic = "");
+
+// Ends the process, with what was said and what is there, unless the condition holds.
+void require(bool condition, const execution& run, const char* what);
+
+// The run's status fits what was said. Beside the `expected` names, and "result", there are only
+// temporary files that a fatal end leaves.
+void check_end(const execution& run, const std::vector<std::string>& expected);
+// A second run, on the result of the first one; it finds no damage in a result that is sound.
+void check_again(const std::string& name, uint32_t choice, bool has_to_be_sound);
+void clear_directory();
