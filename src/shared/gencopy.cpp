@@ -44,7 +44,6 @@ uint64_t copy_in_pieces(gen_stream& input, gen_stream& output, uint64_t size) {
 } // namespace
 
 uint64_t gen_copy_stream(gen_stream& input, gen_stream& output, uint64_t size) {
-    input.read_error = 0;
     uint64_t done = 0;
     if (size >= host_copy_worth)
         done = copy_in_host(input, output, size);

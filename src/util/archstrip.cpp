@@ -57,10 +57,11 @@ bool make_scratch_directory() {
     return true;
 }
 
+// When memory runs out in here, the end of the run does not come here again.
 void remove_scratch_directories() {
+    scratch_is_in_use = false;
     run = archive_run();
     gen_clean_session_dirs();
-    scratch_is_in_use = false;
 }
 
 // The list is open from the first member to the last: nobody reads it before that.
@@ -153,9 +154,10 @@ int32_t strip_members(const char* archive_name) {
     if (result != 0 || run.stripped_count == 0)
         return result;
     // A list with a hole in it would leave members as they were without a word from the archiver.
-    const bool list_is_whole = run.list->write_error == 0;
-    run.list.reset();
-    return list_is_whole ? rebuild(archive_name) : 1;
+    const bool is_written = run.list->write_error == 0;
+    const bool is_closed =
+        gen_safe_fclose(run.archive_list.c_str(), "@file", std::move(run.list)) == 0;
+    return is_written && is_closed ? rebuild(archive_name) : 1;
 }
 
 } // namespace

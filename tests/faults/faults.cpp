@@ -3,11 +3,13 @@
 //
 //   OBJTRIM_FAULT  "program:kind:n:mode": of this program, the n-th call of the kind fails. "host"
 //                  is any kind but memory. Modes: once; from, and all calls of the kind after it;
-//                  short, where a transfer moves one byte only.
+//                  short, where a transfer moves one byte only; or the number of a signal, which
+//                  the program gets instead.
 //   OBJTRIM_COUNT  a file to which the calls of a run are appended: "program kind count" lines
 //
 // Time passes only while the program sleeps, so that nobody has to wait for its timeouts.
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -51,7 +53,7 @@ static_assert(sizeof kind_names / sizeof kind_names[0] == fault_kinds);
 
 int wanted_kind = fault_kinds;
 unsigned wanted_call;
-char wanted_mode; // its first letter
+char wanted_mode[8];
 unsigned counts[fault_kinds];
 time_t slept;
 
@@ -60,7 +62,7 @@ __attribute__((constructor)) void read_wish() {
     char program[16];
     char kind[16];
     if (wish == nullptr ||
-        sscanf(wish, "%15[^:]:%15[^:]:%u:%c", program, kind, &wanted_call, &wanted_mode) != 4 ||
+        sscanf(wish, "%15[^:]:%15[^:]:%u:%7s", program, kind, &wanted_call, wanted_mode) != 4 ||
         strcmp(program, program_invocation_short_name) != 0)
         return;
     for (int i = 0; i < fault_kinds; ++i)
@@ -79,8 +81,11 @@ __attribute__((destructor)) void tell_counts() {
 
 bool is_struck(fault_kind kind) {
     const unsigned call = ++counts[kind];
-    return kind == wanted_kind &&
-           (call == wanted_call || (wanted_mode == 'f' && call > wanted_call));
+    if (kind != wanted_kind || call < wanted_call)
+        return false;
+    if (atoi(wanted_mode) != 0 && call == wanted_call)
+        raise(atoi(wanted_mode));
+    return wanted_mode[0] == 'f' || call == wanted_call;
 }
 
 // Whether this call is to fail, with the error number set.
@@ -140,7 +145,7 @@ FAULTY(void*, realloc, (void* b, size_t s), (b, s), FAULT_MEMORY, ENOMEM, nullpt
     extern "C" ssize_t __wrap_##name parameters;                                                   \
     ssize_t __wrap_##name parameters {                                                             \
         if (fails(kind, error)) {                                                                  \
-            if (wanted_mode != 's' || bytes == 0)                                                  \
+            if (wanted_mode[0] != 's' || bytes == 0)                                                  \
                 return -1;                                                                         \
             return __real_##name one;                                                              \
         }                                                                                          \

@@ -1,157 +1,124 @@
-// Every call of the system and of the allocator fails once, and from then on, in every kind of run:
-// the file is the old one or the complete new one, the status tells, and a later run goes well.
+// Every call of the system and of the allocator fails, in every kind of run: once, and from then on;
+// signals come before every call; the disk is full at every size.
+#include <csignal>
+#include <fcntl.h>
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
-#include <map>
-#include <sstream>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
-#include "support/ar_builder.h"
-#include "support/coff_builder.h"
-#include "support/dnm_builder.h"
-#include "support/elf_builder.h"
-#include "support/process.h"
-#include "support/symbol_builder.h"
+#include "support/fault_scene.h"
 
 namespace {
 
-constexpr int out_of_memory = 3;
-
-// Runs of one kind, on files that are as at first before each.
-struct fault_scene {
-    std::string line = {};                       // what the user runs: program and arguments
-    std::map<std::string, std::string> files = {};
-    std::string target = "f";                    // what the run is to change
-    std::vector<std::string> between = {};       // states of it that are documented, with status 1
-    std::string struck = "objtrim";              // the program that meets the faults
-    bool is_archive = false;
-
-    work_place place = {};
-    std::map<std::string, std::string> after = {}; // the files after a run without faults
-
-    run_result run(const std::string& fault) {
-        for (const auto& [name, bytes] : files)
-            place.put(name, bytes);
-        words arguments = split(line);
-        const std::string program = OBJTRIM_FAULTY + arguments[0];
-        arguments.erase(arguments.begin());
-        process started = start(place, program, arguments,
-                                {"TMP=" + place.path("scratch"), "OBJTRIM_FAULT=" + fault,
-                                 "OBJTRIM_COUNT=" + (fault.empty() ? place.path("count") : "")});
-        return end_of(started);
-    }
-
-    // How many calls of each kind the program makes that is to be struck.
-    std::map<std::string, unsigned> run_well() {
-        std::filesystem::create_directory(place.path("scratch"));
-        const run_result result = run("");
-        EXPECT_EQ(result.status, 0) << line << result.err;
-        std::istringstream text(place.get("count"));
-        std::filesystem::remove(place.path("count"));
-        std::map<std::string, unsigned> counts;
-        std::string program, kind;
-        for (unsigned count; text >> program >> kind >> count;)
-            if (program == struck)
-                counts[kind] = count;
-        for (const std::string& name : place.list())
-            if (name != "scratch")
-                after[name] = place.get(name);
-        EXPECT_TRUE(after[target] != files[target]) << line;
-        return counts;
-    }
-
-    // What stands beside the files after a run that has failed, and may not stand there.
-    std::string left_over() const {
-        std::string left;
-        for (const std::string& name : place.list())
-            if (!files.contains(name) && !after.contains(name) && name != "scratch" &&
-                !(name.starts_with("ov_") && name.ends_with("tmp")))
-                left += name + " ";
-        return left;
-    }
-
-    void clear() const {
-        for (const std::string& name : place.list())
-            if (name.starts_with("ov_"))
-                std::filesystem::remove(place.path(name));
-    }
-
-    // One run: what is wrong with its outcome, if anything.
-    std::string outcome(const std::string& kind, const std::string& fault) {
-        const run_result result = run(fault);
-        const bool ended_well = result.status == 0;
-        std::ostringstream wrong;
-        if (result.status != 0 && result.status != 1 && result.status != out_of_memory)
-            wrong << "ended with " << result.status << "; ";
-        if ((kind == "memory") != (result.status == out_of_memory))
-            wrong << "status " << result.status << "; ";
-        if (ended_well != result.err.empty())
-            wrong << "status " << result.status << " does not fit what was said; ";
-        for (const auto& [name, complete] : after) {
-            const std::string now = place.get(name);
-            const bool between_allowed =
-                result.status == 1 && name == target &&
-                std::find(between.begin(), between.end(), now) != between.end();
-            const bool is_map = name.ends_with(".dnm");
-            const bool is_output = !files.contains(name);
-            if (now == complete || between_allowed)
-                continue;
-            if (ended_well)
-                wrong << name << " is not the complete new file, but the status is 0; ";
-            else if (now != files[name] && !is_output && !(is_map && now.empty()))
-                wrong << name << " is damaged; ";
-        }
-        if (ended_well && left_over() != "")
-            wrong << "left: " << left_over() << "; ";
-        clear();
-        std::string text = wrong.str();
-        return text.empty() ? text : fault + ": " + text + result.err;
-    }
-
-    // What an interrupted run has left in the scratch directory is no obstacle to the next one.
-    void expect_recovery(const std::string& fault) {
-        if (std::filesystem::is_empty(place.path("scratch")))
-            return;
-        EXPECT_EQ(run("").status, 0) << fault;
-        std::filesystem::remove(place.path("count"));
-        EXPECT_EQ(place.get(target), after[target]) << fault;
-        EXPECT_EQ(place.list("scratch"), words()) << fault;
-        std::filesystem::remove_all(place.path("scratch"));
-        std::filesystem::create_directory(place.path("scratch"));
-    }
-
-    // Every fault of every kind.
-    void strike() {
-        int runs = 0;
-        for (const auto& [kind, count] : run_well())
-            for (const char* const mode : {"once", "from", "short"}) {
-                const bool shortens = std::string(mode) == "short";
-                if (shortens && kind != "read" && kind != "write")
-                    continue;
-                if (kind == "host" && std::string(mode) == "once")
-                    continue; // the same as in its own kind
-                for (unsigned call = 1; call <= count; ++call, ++runs) {
-                    const std::string fault =
-                        struck + ":" + kind + ":" + std::to_string(call) + ":" + mode;
-                    EXPECT_EQ(outcome(kind, fault), "") << line;
-                    expect_recovery(fault);
-                }
-            }
-        std::printf("%6d runs: %s\n", runs, line.c_str());
-    }
-};
-
-std::string executable() {
-    elf_draft draft{.form = elf_forms[0]};
-    draft.sections.push_back({.name = ".text", .content = filler(0x28, 1)});
-    draft.sections.push_back({.name = ".debug_info", .content = filler(0x48, 2)});
-    draft.sections.push_back({.name = ".data", .content = filler(70000, 3)}); // copied by the host
-    return build_elf(draft);
+void strike_all(std::vector<fault_scene> scenes) {
+    int runs = 0;
+    for (fault_scene& scene : scenes)
+        runs += scene.strike();
+    testing::Test::RecordProperty("runs", runs);
+    std::printf("%d runs\n", runs);
 }
 
 TEST(faults, elf) {
-    fault_scene{.line = "objtrim f", .files = {{"f", executable()}}}.strike();
-    fault_scene{.line = "objtrim f", .files = {{"f", executable()}, {"f.dnm", build_dnm(sample_dnm())}}}.strike();
+    strike_all(elf_scenes());
+}
+
+TEST(faults, in_place) {
+    strike_all(in_place_scenes());
+}
+
+TEST(faults, archive) {
+    strike_all(archive_scenes());
+}
+
+// An interrupt also takes the unfinished result with it, which a kill leaves.
+TEST(faults, signals) {
+    std::vector<int> signals = {SIGKILL, SIGTERM};
+    if (stress_factor() > 1)
+        signals.insert(signals.end(), {SIGINT, SIGHUP});
+    int runs = 0;
+    for (fault_scene& scene : all_scenes())
+        runs += scene.interrupt(signals);
+    std::printf("%d runs\n", runs);
+}
+
+// The same at any moment, between calls and within them.
+TEST(faults, signals_by_the_clock) {
+    fault_scene scene = std::move(elf_scenes()[0]);
+    scene.run_well();
+    const auto wait_some = [](int microseconds) { usleep(static_cast<useconds_t>(microseconds)); };
+    const int rounds = 50 * stress_factor();
+    int ended_before = 0;
+    for (int i = 0; i < rounds; ++i) {
+        for (const auto& [name, bytes] : scene.files)
+            scene.place->put(name, bytes);
+        process started = start(*scene.place, OBJTRIM_PROGRAM, {"f"});
+        wait_some(i % 50 * 100);
+        kill(started.id, i % 2 == 0 ? SIGKILL : SIGINT);
+        const run_result result = end_of(started);
+        ended_before += result.status == 0;
+        const std::string kind = result.status == 0 ? "" : i % 2 == 0 ? "9" : "2";
+        EXPECT_EQ(scene.judge(result, kind), "");
+    }
+    std::printf("%d of %d ended before the signal\n", ended_before, rounds);
+}
+
+// From no room at all to enough for everything.
+TEST(faults, a_limit_on_the_size_of_files) {
+    for (fault_scene& scene : all_scenes()) {
+        scene.run_well();
+        size_t most = 4096;
+        for (const auto& [name, bytes] : scene.after)
+            most = std::max(most, bytes.size() + 1000);
+        const size_t step = std::max<size_t>(most / (30 * static_cast<size_t>(stress_factor())), 1);
+        for (size_t size = 0; size < most; size += step) {
+            const auto limit = [size] {
+                const rlimit bounds = {size, size};
+                setrlimit(RLIMIT_FSIZE, &bounds);
+            };
+            EXPECT_EQ(scene.judge(scene.run("", limit)), "") << scene.line << " " << size;
+            scene.expect_recovery("");
+        }
+        EXPECT_EQ(scene.run().status, 0);
+    }
+}
+
+TEST(faults, a_full_disk) {
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        GTEST_SKIP() << "mounting is not allowed here";
+    constexpr size_t page = 4096, pages = 256;
+    for (fault_scene& scene : all_scenes()) {
+        const char* const directory = scene.place->directory.c_str();
+        if (mount("tmpfs", directory, "tmpfs", 0, "size=1m") != 0)
+            GTEST_SKIP() << "mounting is not allowed here";
+        scene.run_well();
+        for (size_t room = 0; room < 48; ++room) {
+            for (const auto& [name, bytes] : scene.files)
+                scene.place->put(name, bytes);
+            for (const auto& [name, bytes] : scene.after)
+                if (!scene.files.contains(name))
+                    std::filesystem::remove(scene.place->path(name));
+            const auto fill = [room] {
+                const int file = open("full", O_WRONLY | O_CREAT, 0600);
+                const std::string bytes(page, 'x');
+                size_t used = 0;
+                while (used < pages && write(file, bytes.data(), page) == page)
+                    ++used;
+                if (ftruncate(file, static_cast<off_t>((used - std::min(used, room)) * page)) != 0)
+                    _exit(1);
+                close(file);
+            };
+            const run_result result = scene.run("", fill);
+            std::filesystem::remove(scene.place->path("full"));
+            EXPECT_EQ(scene.judge(result), "") << scene.line << " " << room;
+            scene.expect_recovery("");
+        }
+        EXPECT_EQ(scene.run().status, 0);
+        umount2(directory, MNT_DETACH);
+    }
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+// By the host's own calls, so that the code under test does not look at itself.
 #include "support/process.h"
 
 #include <cstdlib>
@@ -28,15 +29,20 @@ process start(const work_place& place, const std::string& program, const words& 
             settings.push_back(std::string(name) + "=" + value);
     const std::vector<char*> line_pointers = pointers(line), setting_pointers = pointers(settings);
     process started;
-    started.errors = tmpfile();
-    started.id = fork();
-    if (started.id != 0)
+    int ends[2] = {-1, -1};
+    if (pipe2(ends, O_CLOEXEC) != 0)
         return started;
+    started.errors = ends[0];
+    started.id = fork();
+    if (started.id != 0) {
+        close(ends[1]);
+        return started;
+    }
     alarm(most_seconds);
     const int nothing = open("/dev/null", O_RDWR);
     dup2(nothing, STDIN_FILENO);
     dup2(nothing, STDOUT_FILENO);
-    dup2(fileno(started.errors), STDERR_FILENO);
+    dup2(ends[1], STDERR_FILENO);
     if (chdir(place.directory.c_str()) == 0) {
         if (prepare)
             prepare();
@@ -46,15 +52,14 @@ process start(const work_place& place, const std::string& program, const words& 
 }
 
 run_result end_of(process& started) {
+    run_result result;
+    char piece[4096];
+    for (ssize_t got; (got = read(started.errors, piece, sizeof piece)) > 0;)
+        result.err.append(piece, static_cast<size_t>(got));
+    close(started.errors);
     int status = 0;
     waitpid(started.id, &status, 0);
-    run_result result;
     result.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    rewind(started.errors);
-    char piece[4096];
-    for (size_t got; (got = fread(piece, 1, sizeof piece, started.errors)) > 0;)
-        result.err.append(piece, got);
-    fclose(started.errors);
     return result;
 }
 

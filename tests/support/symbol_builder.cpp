@@ -148,14 +148,18 @@ elf_draft base_draft(const elf_form& form) {
                          {.name = ".comment", .content = filler(7, 5)}}};
 }
 
-std::string strip_symbols(const std::string& options, symbol_draft draft,
-                          const std::string& entries, const std::string& strings) {
+std::string build_symbols(symbol_draft& draft) {
     add_tables(draft);
     std::string file = build_with(draft.elf, draft.entries, draft.strings, build_elf);
     for (const auto& [section, which, value] : draft.changes)
         set_field(file, which, value, index_of(complete(draft.elf), section));
+    return file;
+}
+
+std::string strip_symbols(const std::string& options, symbol_draft draft,
+                          const std::string& entries, const std::string& strings) {
     work_place place;
-    place.put("f", file);
+    place.put("f", build_symbols(draft));
     const file_state before = place.state("f");
     const run_result result = place.trim(options + " f");
     const words files = place.list();

@@ -30,6 +30,9 @@ struct symbol_draft {
     elf_draft elf = base_draft(elf_forms[0]); // the tables come behind its sections
 };
 
+// The draft's file; the draft gets the tables that it lacks.
+std::string build_symbols(symbol_draft& draft);
+
 // Runs the program on the draft's file. What is wrong with the result, less the sections that the
 // program removed, when these entries and strings are expected; "untouched"; or, of an untouched
 // file, what was said, behind "(left) " when a temporary file is left.
