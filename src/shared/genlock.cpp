@@ -238,7 +238,7 @@ gen_lock_ptr gen_lockfile(const std::string& path, int32_t timeout, int32_t stal
         if (timeout != gen_lock_wait_for_ever && waited >= timeout)
             break;
         if (timeout == gen_lock_wait_for_ever && stale_age != gen_lock_never_stale &&
-            waited > stale_age && is_foreign(lock->path.c_str())) {
+            waited > stale_age + 1 && is_foreign(lock->path.c_str())) {
             gen_error("lock file '%s' is not this user's", lock->path.c_str());
             taken = host_lock_outcome::failed;
             break;

@@ -16,6 +16,7 @@ struct fault_scene {
     std::string target = "f";       // what the run is to change
     std::vector<std::string> between = {}; // states of it that a run with status 1 may leave
     std::string struck = "objtrim"; // the program that the faults are for
+    bool makes_files = true;        // false: the file is changed in place
 
     std::unique_ptr<work_place> place = std::make_unique<work_place>();
     std::map<std::string, std::string> after = {}; // the files after a run without faults
@@ -28,8 +29,7 @@ struct fault_scene {
     std::string judge(const run_result& result, const std::string& kind = "");
     // Whether a later run goes well in spite of what is in the scratch directory.
     void expect_recovery(const std::string& fault);
-    // Every fault of every kind; of those that last, each fourth in a short run. The number of
-    // runs.
+    // Every fault of every kind, or a selection in a short run. The number of runs.
     int strike();
     // Each of the signals before every call. The number of runs.
     int interrupt(const std::vector<int>& signals);
