@@ -290,7 +290,8 @@ std::optional<uint64_t> strip_in_place(gen_stream& stream, const char* name, con
         return std::nullopt;
     constexpr uint64_t piece_size = 256 * 1024;
     const gen_block piece = gen_new_block(std::min({uint64_t{size}, piece_size, stream.size}));
-    if (!is_writable_up_to(stream, name, std::max(image.changed_end, uint64_t{plan.cut_at} + size)) ||
+    if (!is_writable_up_to(stream, name,
+                           std::max(image.changed_end, uint64_t{plan.cut_at} + size)) ||
         !write_field_image(stream, name, image) ||
         (size != 0 && !move_strings(stream, name, plan, size, piece)))
         return std::nullopt;

@@ -41,7 +41,7 @@ struct strip_job {
 
     std::string result_name;
     gen_unfinished_file unfinished; // the result, until it has taken the input's place
-    bool replaces_input = false; // the result is renamed over the input
+    bool replaces_input = false;    // the result is renamed over the input
     gen_stream_ptr result;
 };
 

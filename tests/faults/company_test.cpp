@@ -146,13 +146,15 @@ TEST_F(neighbours, take_the_names_of_scratch_directories_and_locks) {
     const std::string root = std::string("scratch/ORVSD_") + user->pw_name;
     const std::string taken = "Could not find ORV user directory", failed = "failed to strip file";
     for (int what = 0; what < kinds; ++what)
-        for (const auto& [name, said] : {std::pair(root, taken),
-                                         {root + "_.lock", failed},
-                                         {root + "_.lock._rlock", std::string()}}) {
-            SCOPED_TRACE(name + " " + std::to_string(what));
+        for (const auto& row : {std::pair(root, taken),
+                                {root + "_.lock", failed},
+                                {root + "_.lock._rlock", std::string()}}) {
+            SCOPED_TRACE(row.first + " " + std::to_string(what));
             fault_scene scene = std::move(archive_scenes().front());
-            expect_unharmed(
-                scene, [&](const std::string& victims) { plant(what, name, victims); }, said);
+            const auto prepare = [&](const std::string& victims) {
+                plant(what, row.first, victims);
+            };
+            expect_unharmed(scene, prepare, row.second);
         }
 }
 
@@ -167,7 +169,8 @@ TEST_F(neighbours, hold_a_lock_for_ever) {
             if (stays_fresh)
                 host_set_times(gen_lock_path(root).c_str(), host_time() + 1000000);
         };
-        expect_unharmed(scene, hold, stays_fresh ? "is not this user's" : "remove_stale_lock failed");
+        expect_unharmed(scene, hold,
+                        stays_fresh ? "is not this user's" : "remove_stale_lock failed");
     }
 }
 

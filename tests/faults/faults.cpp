@@ -46,9 +46,9 @@ enum fault_kind {
     FAULT_HOST, // any of the others but memory
     fault_kinds
 };
-constexpr const char* kind_names[] = {"open",   "read",   "write",  "seek", "close", "rename",
-                                      "mode",   "length", "delete", "make", "lock",  "list",
-                                      "times",  "copy",   "status", "child", "memory", "host"};
+constexpr const char* kind_names[] = {"open",  "read",   "write",  "seek",  "close",  "rename",
+                                      "mode",  "length", "delete", "make",  "lock",   "list",
+                                      "times", "copy",   "status", "child", "memory", "host"};
 static_assert(sizeof kind_names / sizeof kind_names[0] == fault_kinds);
 
 int wanted_kind = fault_kinds;
@@ -145,7 +145,7 @@ FAULTY(void*, realloc, (void* b, size_t s), (b, s), FAULT_MEMORY, ENOMEM, nullpt
     extern "C" ssize_t __wrap_##name parameters;                                                   \
     ssize_t __wrap_##name parameters {                                                             \
         if (fails(kind, error)) {                                                                  \
-            if (wanted_mode[0] != 's' || bytes == 0)                                                  \
+            if (wanted_mode[0] != 's' || bytes == 0)                                               \
                 return -1;                                                                         \
             return __real_##name one;                                                              \
         }                                                                                          \
@@ -186,7 +186,8 @@ int __wrap_openat(int directory, const char* name, int flags, ...) { // never ma
 // As on file systems that tell only now that a write has failed: what was written is not there.
 int __wrap_close(int descriptor) {
     const bool failing = fails(FAULT_CLOSE, EDQUOT);
-    if (failing && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY && ftruncate(descriptor, 1)) {
+    if (failing && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY &&
+        ftruncate(descriptor, 1)) {
     }
     const int result = __real_close(descriptor);
     if (failing)

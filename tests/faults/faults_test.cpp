@@ -1,5 +1,5 @@
-// Every call of the system and of the allocator fails, in every kind of run: once, and from then on;
-// signals come before every call; the disk is full at every size.
+// Every call of the system and of the allocator fails, in every kind of run: once, and from then
+// on; signals come before every call; the disk is full at every size.
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>

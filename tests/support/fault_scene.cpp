@@ -107,10 +107,9 @@ std::string fault_scene::judge(const run_result& result, const std::string& kind
     const int signal = atoi(kind.c_str());
     const bool is_own = line.starts_with(struck);
     std::ostringstream wrong;
-    if (is_own && signal != 0 ? result.status != 128 + signal
-        : is_own && kind == "memory"
-            ? result.status != out_of_memory
-            : result.status != 0 && result.status != 1)
+    if (is_own && signal != 0        ? result.status != 128 + signal
+        : is_own && kind == "memory" ? result.status != out_of_memory
+                                     : result.status != 0 && result.status != 1)
         wrong << "ended with " << result.status << "; ";
     const bool complains = result.err.find("error: ") != std::string::npos ||
                            result.err.find("fatal: ") != std::string::npos;

@@ -13,10 +13,10 @@
 struct fault_scene {
     std::string line; // program and arguments
     std::map<std::string, std::string> files;
-    std::string target = "f";       // what the run is to change
+    std::string target = "f";              // what the run is to change
     std::vector<std::string> between = {}; // states of it that a run with status 1 may leave
-    std::string struck = "objtrim"; // the program that the faults are for
-    bool makes_files = true;        // false: the file is changed in place
+    std::string struck = "objtrim";        // the program that the faults are for
+    bool makes_files = true;               // false: the file is changed in place
 
     std::unique_ptr<work_place> place = std::make_unique<work_place>();
     std::map<std::string, std::string> after = {}; // the files after a run without faults
