@@ -42,7 +42,7 @@ bool write_field_image(gen_stream& stream, const char* name, const field_image& 
 
 // The last byte is written as it is.
 bool is_writable_up_to(gen_stream& stream, const char* name, uint64_t end) {
-    field_image last = read_field_image(stream, end - 1, 1, false);
+    field_image last = read_field_image(stream, std::min(end, stream.size) - 1, 1, false);
     last.changed_end = last.bytes.size();
     return write_field_image(stream, name, last);
 }
