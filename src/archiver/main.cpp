@@ -2,6 +2,7 @@
 //
 // There is one form of the command line and no other: one that a blank in a name has torn apart is
 // refused, so that no other archive than the one that is meant can come to harm.
+#include <cerrno>
 #include <cstring>
 #include <optional>
 #include <vector>
@@ -12,13 +13,21 @@
 #include "shared/host.h"
 #include "shared/indgeninit.h"
 
+// A new archive takes the place of nothing, so it must be certain that there is none.
+static bool is_missing(const std::string& name) {
+    const int descriptor = host_open(name.c_str(), host_access::read);
+    if (descriptor >= 0)
+        host_close(descriptor);
+    return descriptor < 0 && errno == ENOENT;
+}
+
 static bool run(const char* archive_name, const char* list_name) {
     const std::optional<std::vector<listed_file>> files = read_list(list_name, archive_name);
     if (!files)
         return false;
     const std::string real_name = gen_real_name(archive_name);
-    return host_name_taken(real_name.c_str()) ? rebuild_archive(archive_name, real_name, *files)
-                                              : create_archive(archive_name, real_name, *files);
+    return is_missing(real_name) ? create_archive(archive_name, real_name, *files)
+                                 : rebuild_archive(archive_name, real_name, *files);
 }
 
 int main(int argc, char** argv) {

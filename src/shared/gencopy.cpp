@@ -74,7 +74,6 @@ uint64_t copy_data(gen_stream& input, gen_stream& output, uint64_t size) {
 // What was never written to the input is not written to a new part of the output either, but for
 // the last byte, which gives the output its length.
 uint64_t gen_copy_stream(gen_stream& input, gen_stream& output, uint64_t size) {
-    input.read_error = 0;
     const bool may_skip = size >= host_copy_worth && output.position >= output.size;
     uint64_t done = 0;
     while (done < size) {

@@ -136,8 +136,10 @@ gen_stream_ptr gen_open(const char* name, const char* mode) {
         return nullptr;
     gen_stream_ptr stream(std::make_unique<gen_stream>().release()); // the closer now owns it
     stream->descriptor = descriptor;
-    if (const std::optional<host_status> status = host_descriptor_status(descriptor))
-        stream->size = status->size;
+    const std::optional<host_status> status = host_descriptor_status(descriptor);
+    if (!status)
+        return nullptr;
+    stream->size = status->size;
     if (*access == host_access::append)
         stream->position = stream->size;
     return stream;

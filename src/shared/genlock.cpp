@@ -216,19 +216,33 @@ static host_lock_outcome attempt(const char* name, int32_t stale_age, int& descr
     return is_gone ? take(name, descriptor) : taken;
 }
 
+// Whether the lock file is none of this user's, who has names of his own for what he locks: its
+// owner could hold it for ever. So is one that cannot be looked at.
+static bool is_foreign(const char* name) {
+    const std::optional<host_status> status = host_status_of_link(name);
+    return !status || !host_is_users_own(*status);
+}
+
 gen_lock_ptr gen_lockfile(const std::string& path, int32_t timeout, int32_t stale_age,
                           bool* hard_failure) {
     gen_lock_ptr lock(std::make_unique<gen_lock>().release());
     lock->path = gen_lock_path(path);
-    const int64_t start = timeout > 0 ? host_time() : 0;
+    const int64_t start = host_time();
     host_lock_outcome taken;
     for (;;) {
         taken = attempt(lock->path.c_str(), stale_age, lock->descriptor);
         if (taken != host_lock_outcome::contended || timeout == 0)
             break;
         host_sleep(milliseconds_between_tries);
-        if (timeout != gen_lock_wait_for_ever && host_time() - start >= timeout)
+        const int64_t waited = host_time() - start;
+        if (timeout != gen_lock_wait_for_ever && waited >= timeout)
             break;
+        if (timeout == gen_lock_wait_for_ever && stale_age != gen_lock_never_stale &&
+            waited > stale_age + 1 && is_foreign(lock->path.c_str())) {
+            gen_error("lock file '%s' is not this user's", lock->path.c_str());
+            taken = host_lock_outcome::failed;
+            break;
+        }
     }
     if (hard_failure != nullptr)
         *hard_failure = taken == host_lock_outcome::failed;

@@ -25,7 +25,8 @@ constexpr int32_t gen_lock_never_stale = -1;
 
 // Takes the lock of `path`: null if it cannot be had within `timeout` seconds (0: one try) or,
 // with `hard_failure` set, at all. The lock of a dead process is taken over; any other that is
-// older than `stale_age` seconds is broken with a warning.
+// older than `stale_age` seconds is broken with a warning. For another user's nobody waits longer
+// than that, whatever the timeout: an error.
 gen_lock_ptr gen_lockfile(const std::string& path, int32_t timeout, int32_t stale_age,
                           bool* hard_failure = nullptr);
 // Removes the lock file. Whether that succeeded.

@@ -37,10 +37,12 @@ struct host_status {
 };
 
 // The status of what `name` denotes, links followed; nothing when there is no such thing, or when
-// it cannot be looked at (errno says why).
+// it cannot be looked at.
 std::optional<host_status> host_status_of(const char* name);
 // The same of the name itself: a link is neither directory nor regular file.
 std::optional<host_status> host_status_of_link(const char* name);
+// Whether that is the status of something that belongs to the effective user.
+bool host_is_users_own(const host_status& status);
 // Whether the name itself is in use, be it by a link that leads nowhere.
 bool host_name_taken(const char* name);
 // Whether there is a `name` that can be opened for reading.

@@ -56,6 +56,10 @@ std::optional<host_status> host_status_of(const char* name) {
     return std::nullopt;
 }
 
+bool host_is_users_own(const host_status& status) {
+    return status.owner == geteuid();
+}
+
 bool host_name_taken(const char* name) {
     const errno_keeper error;
     struct stat found;

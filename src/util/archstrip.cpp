@@ -176,9 +176,10 @@ int32_t strip_members(const char* archive_name) {
     if (result != 0 || run.stripped_count == 0)
         return result;
     // A list with a hole in it would leave members as they were without a word from the archiver.
-    const bool list_is_whole = run.list->write_error == 0;
-    run.list.reset();
-    return list_is_whole ? rebuild(archive_name) : 1;
+    const bool is_written = run.list->write_error == 0;
+    const bool is_closed =
+        gen_safe_fclose(run.archive_list.c_str(), "@file", std::move(run.list)) == 0;
+    return is_written && is_closed ? rebuild(archive_name) : 1;
 }
 
 } // namespace

@@ -216,26 +216,34 @@ void clear_line_numbers(field_image& image, const coff_form& form, const coff_he
     }
 }
 
-uint32_t read_string_table_size(gen_stream& stream, const coff_form& form, uint64_t at) {
-    field_image word = read_field_image(stream, at, 4, form.big_endian);
-    return word.bytes.size() == 4 ? word.get32() : 0;
+bool report_unread(const char* name) {
+    gen_error("unable to read string table in %s", name);
+    return false;
+}
+
+// The size word of the string table as it will be once the image is written, which may reach it; 0
+// behind the end of the file. False after a report.
+bool read_string_table_size(gen_stream& stream, const char* name, const field_image& image,
+                            uint64_t at, uint32_t& size) {
+    field_image word = read_field_image(stream, at, 4, image.big_endian);
+    if (word.bytes.size() < 4)
+        return stream.read_error == 0 || report_unread(name);
+    for (uint64_t i = 0; i < 4 && at + i < image.changed_end; ++i)
+        word.bytes[i] = image.bytes[at + i];
+    size = word.get32();
+    return true;
 }
 
 // Moves `size` bytes towards the start of the file. False after a report.
-bool move_strings(gen_stream& stream, const char* name, const coff_plan& plan, uint64_t size) {
-    constexpr uint64_t piece_size = 256 * 1024;
-    if (size > stream.size - plan.strings_at) {
-        gen_error("unable to read string table in %s", name);
-        return false;
-    }
-    const gen_block piece = gen_new_block(std::min(size, piece_size));
+bool move_strings(gen_stream& stream, const char* name, const coff_plan& plan, uint64_t size,
+                  const gen_block& piece) {
+    if (size > stream.size - plan.strings_at)
+        return report_unread(name);
     for (uint64_t done = 0; done < size && plan.strings_at != plan.cut_at;) {
         const uint64_t wanted = std::min(size - done, piece.size);
         gen_seek(stream, static_cast<int64_t>(plan.strings_at + done), GEN_SEEK_SET);
-        if (gen_read_stream(stream, piece.bytes.get(), wanted) != wanted) {
-            gen_error("unable to read string table in %s", name);
-            return false;
-        }
+        if (gen_read_stream(stream, piece.bytes.get(), wanted) != wanted)
+            return report_unread(name);
         gen_seek(stream, static_cast<int64_t>(plan.cut_at + done), GEN_SEEK_SET);
         if (gen_write_stream(stream, piece.bytes.get(), wanted) != wanted) {
             gen_error("unable to write string table in %s", name);
@@ -274,13 +282,18 @@ std::optional<uint64_t> strip_in_place(gen_stream& stream, const char* name, con
     write_header(image, form, header);
     if (plan.lines_at != 0)
         clear_line_numbers(image, form, header, plan);
-    if (!write_field_image(stream, name, image))
-        return std::nullopt;
 
+    // Whatever can fail does so before the first write.
     uint32_t size = 0;
-    if (has_symbols_at && plan.strings_at != 0)
-        size = read_string_table_size(stream, form, plan.strings_at);
-    if (size != 0 && !move_strings(stream, name, plan, size))
+    if (has_symbols_at && plan.strings_at != 0 &&
+        !read_string_table_size(stream, name, image, plan.strings_at, size))
+        return std::nullopt;
+    constexpr uint64_t piece_size = 256 * 1024;
+    const gen_block piece = gen_new_block(std::min({uint64_t{size}, piece_size, stream.size}));
+    if (!is_writable_up_to(stream, name,
+                           std::max(image.changed_end, uint64_t{plan.cut_at} + size)) ||
+        !write_field_image(stream, name, image) ||
+        (size != 0 && !move_strings(stream, name, plan, size, piece)))
         return std::nullopt;
     return uint64_t{plan.cut_at} + size;
 }

@@ -4,6 +4,7 @@
 // new file beside the input, which a rename then replaces; only -vxworks patches in place.
 #include "util/elfstrip.h"
 
+#include <cerrno>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -40,7 +41,7 @@ struct strip_job {
 
     std::string result_name;
     gen_unfinished_file unfinished; // the result, until it has taken the input's place
-    bool replaces_input = false; // the result is renamed over the input
+    bool replaces_input = false;    // the result is renamed over the input
     gen_stream_ptr result;
 };
 
@@ -102,16 +103,27 @@ void open_result(strip_job& job) {
         gen_safe_fopen(job.result_name.c_str(), "output file", job.replaces_input ? "wbx" : "wb");
 }
 
-// Closes both files, unchecked but for the flush, and puts the result in its place. It has its
-// permissions by then, so that nobody ever finds the new file without them.
-void finish(strip_job& job) {
-    if (job.result)
-        gen_safe_fflush(job.result_name.c_str(), job.result.get());
+// A result that lacks bytes does not take the place of anything, whichever file they were lost in.
+// Some hosts tell only as a file is closed that it could not be written.
+void close_result(strip_job& job) {
+    gen_safe_fflush(job.result_name.c_str(), job.result.get());
+    if (job.input->read_error != 0) {
+        errno = job.input->read_error;
+        gen_perror_exit(status_failure, "Error reading from '%s'", job.name);
+    }
+    // Before the rename, so that nobody ever finds the new file without its permissions.
     if (job.replaces_input &&
         gen_copy_owner_and_mode(job.result->descriptor, job.input_status) != 0)
         gen_perror("can't set the permissions of '%s'", job.name);
+    if (gen_safe_fclose(job.result_name.c_str(), "output file", std::move(job.result)) != 0)
+        gen_exit(status_failure);
+}
+
+// Closes both files and puts the result in its place.
+void finish(strip_job& job) {
+    if (job.result)
+        close_result(job);
     job.input.reset();
-    job.result.reset();
     if (job.replaces_input && host_rename(job.result_name.c_str(), job.input_name.c_str()) != 0)
         gen_fatal(status_failure, "can't rename %s to %s", job.result_name.c_str(), job.name);
 }

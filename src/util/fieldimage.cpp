@@ -39,3 +39,10 @@ bool write_field_image(gen_stream& stream, const char* name, const field_image& 
     const int64_t size = static_cast<int64_t>(image.changed_end);
     return gen_safe_fwrite64(name, image.bytes.data(), 1, image.changed_end, &stream) == size;
 }
+
+// The last byte is written as it is.
+bool is_writable_up_to(gen_stream& stream, const char* name, uint64_t end) {
+    field_image last = read_field_image(stream, std::min(end, stream.size) - 1, 1, false);
+    last.changed_end = last.bytes.size();
+    return write_field_image(stream, name, last);
+}

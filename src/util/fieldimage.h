@@ -32,3 +32,7 @@ private:
 field_image read_field_image(gen_stream& stream, uint64_t at, uint64_t size, bool big_endian);
 // Writes what was changed back to its place. False after a report.
 bool write_field_image(gen_stream& stream, const char* name, const field_image& image);
+// Whether the host lets the file be written as far as `end`, which a limit on its size could
+// forbid: asked before the first change, so that the file does not end up half changed. False after
+// a report.
+bool is_writable_up_to(gen_stream& stream, const char* name, uint64_t end);

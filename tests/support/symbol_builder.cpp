@@ -158,9 +158,8 @@ std::string build_symbols(symbol_draft& draft) {
 
 std::string strip_symbols(const std::string& options, symbol_draft draft,
                           const std::string& entries, const std::string& strings) {
-    const std::string file = build_symbols(draft);
     work_place place;
-    place.put("f", file);
+    place.put("f", build_symbols(draft));
     const file_state before = place.state("f");
     const run_result result = place.trim(options + " f");
     const words files = place.list();

@@ -30,7 +30,7 @@ struct symbol_draft {
     elf_draft elf = base_draft(elf_forms[0]); // the tables come behind its sections
 };
 
-// The draft's file; the tables are added to the draft.
+// The draft's file; the draft gets the tables that it lacks.
 std::string build_symbols(symbol_draft& draft);
 
 // Runs the program on the draft's file. What is wrong with the result, less the sections that the

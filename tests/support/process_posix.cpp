@@ -1,0 +1,69 @@
+// By the host's own calls, so that the code under test does not look at itself.
+#include "support/process.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr unsigned most_seconds = 60;
+
+std::vector<char*> pointers(words& list) {
+    std::vector<char*> result;
+    for (std::string& word : list)
+        result.push_back(word.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+} // namespace
+
+process start(const work_place& place, const std::string& program, const words& arguments,
+              const words& environment, const std::function<void()>& prepare) {
+    words line = arguments, settings = environment;
+    line.insert(line.begin(), program);
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LLVM_PROFILE_FILE"})
+        if (const char* const value = getenv(name))
+            settings.push_back(std::string(name) + "=" + value);
+    const std::vector<char*> line_pointers = pointers(line), setting_pointers = pointers(settings);
+    process started;
+    int ends[2] = {-1, -1};
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return started;
+    started.errors = ends[0];
+    started.id = fork();
+    if (started.id != 0) {
+        close(ends[1]);
+        return started;
+    }
+    alarm(most_seconds);
+    const int nothing = open("/dev/null", O_RDWR);
+    dup2(nothing, STDIN_FILENO);
+    dup2(nothing, STDOUT_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    if (chdir(place.directory.c_str()) == 0) {
+        if (prepare)
+            prepare();
+        execve(program.c_str(), line_pointers.data(), setting_pointers.data());
+    }
+    _exit(126);
+}
+
+run_result end_of(process& started) {
+    run_result result;
+    char piece[4096];
+    for (ssize_t got; (got = read(started.errors, piece, sizeof piece)) > 0;)
+        result.err.append(piece, static_cast<size_t>(got));
+    close(started.errors);
+    int status = 0;
+    waitpid(started.id, &status, 0);
+    result.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    return result;
+}
+
+int stress_factor() {
+    const char* const factor = getenv("OBJTRIM_STRESS");
+    return factor != nullptr && atoi(factor) > 0 ? atoi(factor) : 1;
+}
