@@ -263,7 +263,7 @@ void pecoff_strip(gen_stream_ptr stream, const char* name, const objinfo& info) 
     bool changed = read_headers(image, info.big_endian) && find_new_length(image, length);
     if (changed) {
         patch_headers(image);
-        changed = is_writable_up_to(*stream, name, image.head.changed_end) &&
+        changed = is_writable_up_to(*stream, name, image.head.file_at + image.head.changed_end) &&
                   write_field_image(*stream, name, image.head);
     }
     gen_safe_fclose(name, "executable", std::move(stream));

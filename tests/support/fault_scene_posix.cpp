@@ -113,6 +113,9 @@ std::string fault_scene::judge(const run_result& result, const std::string& kind
         wrong << "ended with " << result.status << "; ";
     const bool complains = result.err.find("error: ") != std::string::npos ||
                            result.err.find("fatal: ") != std::string::npos;
+    if (result.err.find("Sanitizer") != std::string::npos ||
+        result.err.find("runtime error") != std::string::npos)
+        wrong << "sanitizer; ";
     if (signal == 0 && (result.status != 0) != complains)
         wrong << "status " << result.status << " does not fit what was said; ";
     for (const auto& [name, complete] : after)
