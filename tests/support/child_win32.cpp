@@ -76,6 +76,9 @@ child_end run_child(const std::function<void()>& body) {
     const std::string text =
         std::to_string(number) + " " + std::to_string(task.parent) + " " + messages;
     SetEnvironmentVariableA(task_variable, text.c_str());
+    // The tests may be shared out among processes; the child has its own share of one.
+    for (const char* const share : {"GTEST_TOTAL_SHARDS", "GTEST_SHARD_INDEX"})
+        SetEnvironmentVariableA(share, nullptr);
     const int status = run_process(
         "\"" + test_program() + "\" --gtest_filter=" + of->test_suite_name() + "." + of->name(),
         {open_for_child("NUL", GENERIC_READ, OPEN_EXISTING),
