@@ -1,5 +1,7 @@
 // The wrapper for callers of the usual strip command line: what it makes of each kind of file,
 // under each shell, and the tools that call it, as they are on this machine.
+//
+// Not on Windows: the wrapper is a shell script.
 #include <gtest/gtest.h>
 
 #include "support/strip_place.h"

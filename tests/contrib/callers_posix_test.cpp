@@ -1,5 +1,7 @@
 // The tools that call the wrapper, as they are on this machine. Each installs a program, which has
 // to run and to be stripped.
+//
+// Not on Windows: the wrapper is a shell script.
 #include <gtest/gtest.h>
 
 #include "support/strip_place.h"

@@ -1,5 +1,7 @@
 // In company: many runs at once in one directory, and neighbours who prepare the names that a run
 // will use.
+//
+// Not on Windows: forks, links and other users.
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>

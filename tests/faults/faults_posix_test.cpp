@@ -1,5 +1,7 @@
 // Every call of the system and of the allocator fails, in every kind of run: once, and from then
 // on; signals come before every call; the disk is full at every size.
+//
+// Not on Windows: calls of the system are replaced as this host links, and signals are sent.
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>

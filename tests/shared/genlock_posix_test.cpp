@@ -1,4 +1,6 @@
 // Lock files: whose lock may be taken over, and that no two processes ever hold one.
+//
+// Not on Windows: processes are forked; host_win32_test has the locks of that host.
 #include <cerrno>
 #include <filesystem>
 #include <sys/wait.h>

@@ -1,4 +1,6 @@
 // The host on POSIX systems: signals, pipes, and how children end.
+//
+// Not on Windows: signals and pipes; host_win32_test has that host.
 #include <cerrno>
 #include <csignal>
 #include <sys/resource.h>

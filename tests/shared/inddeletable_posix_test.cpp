@@ -1,5 +1,7 @@
 // Scratch directories: what is made, what is removed, and that nobody can lead us elsewhere. The
 // roots are kept for the whole run, so each case has a process of its own.
+//
+// Not on Windows: links and forks; host_win32_test has the directories of that host.
 #include <cerrno>
 #include <filesystem>
 #include <sys/stat.h>

@@ -1,5 +1,7 @@
 // What a run costs beside time: calls for reading and writing, and bytes that they move. A
 // field-wise read, a write for each section or a table read over and over shows here.
+//
+// Not on Windows: the kernel's counts of calls are read from /proc.
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
