@@ -27,10 +27,8 @@ constexpr stamp_field padded(std::string_view text) {
 #endif
 
 // Not constant, and read through volatile below: the file may have been patched since it was built.
-KEPT stamp_field product_field =
-    padded("@(#)Orvale Software, Compiler v2023.5.4");
-KEPT stamp_field customer_field =
-    padded("@(#)[Customer version stamp space]");
+KEPT stamp_field product_field = padded("@(#)Orvale Software, Compiler v2023.5.4");
+KEPT stamp_field customer_field = padded("@(#)[Customer version stamp space]");
 KEPT stamp_field directory_field = padded("@(#)[Directory] src/util");
 KEPT stamp_field version_control_field = padded("@(#)[VCInfo] objtrim");
 

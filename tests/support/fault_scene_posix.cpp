@@ -1,5 +1,3 @@
-#include "support/fault_scene.h"
-
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
@@ -11,6 +9,7 @@
 #include "support/coff_builder.h"
 #include "support/dnm_builder.h"
 #include "support/elf_builder.h"
+#include "support/fault_scene.h"
 #include "support/symbol_builder.h"
 
 namespace {

@@ -1,10 +1,10 @@
 // By the host's own calls, so that the code under test does not look at itself.
-#include "support/process.h"
-
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "support/process.h"
 
 namespace {
 

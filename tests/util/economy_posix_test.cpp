@@ -89,6 +89,8 @@ std::string many_functions(uint32_t count) {
 TEST(economy, few_calls_move_every_byte_about_once) {
     if (!std::ifstream("/proc/self/io"))
         GTEST_SKIP() << "this system does not count what a process reads and writes";
+    if (is_sanitized_build())
+        GTEST_SKIP() << "a sanitizer reads for itself";
     constexpr uint64_t start = 40; // calls that a run begins and ends with
     const std::string file = many_functions(2000);
     for (const char* options : {"-stripreloc", "-x -stripreloc -bl=a_function*7",
