@@ -242,7 +242,7 @@ bool read_relocations(const elf_image& image, const section_plan& plan, symbol_p
         relocation_table table;
         if (!describe_table(image, i, table))
             return false;
-        relocations.tables.push_back(std::move(table));
+        relocations.tables.push_back(table);
         relocations.table_of[i] = static_cast<uint32_t>(relocations.tables.size());
     }
     if (!strip_flags.secrel_reloc)
