@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr uint32_t permission_bits = 07777;
-
 const char* member_name(const archive_change& change) {
     return change.file ? change.file->name.c_str() : "/";
 }
@@ -25,7 +23,7 @@ bool patch_header(const old_archive& archive, archive_change& change) {
     if (const listed_file* const file = change.file) {
         char mode[12];
         snprintf(mode, sizeof mode, "%" PRIo32,
-                 (change.old_mode & ~permission_bits) | (file->mode & permission_bits));
+                 (change.old_mode & ~host_mode_bits) | (file->mode & host_mode_bits));
         fits = fits && put_header_number(change.header, layout.date, file->modified) &&
                put_header_field(change.header, layout.mode, mode);
     }

@@ -130,5 +130,5 @@ bool same_file_name(const std::string& a, const std::string& b) {
     const std::optional<host_status> status_a = host_status_of(a.c_str());
     const std::optional<host_status> status_b = host_status_of(b.c_str());
     return status_a && status_b && status_a->device == status_b->device &&
-           status_a->number == status_b->number;
+           status_a->number == status_b->number && status_a->number != 0; // 0: it cannot tell
 }

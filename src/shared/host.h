@@ -41,6 +41,8 @@ struct host_status {
 std::optional<host_status> host_status_of(const char* name);
 // The same of the name itself: a link is neither directory nor regular file.
 std::optional<host_status> host_status_of_link(const char* name);
+// The permission bits that a file really has on this host; the others of its mode are made up.
+extern const uint32_t host_mode_bits;
 // Whether that is the status of something that belongs to the effective user.
 bool host_is_users_own(const host_status& status);
 // Whether the name itself is in use, be it by a link that leads nowhere.
@@ -136,7 +138,7 @@ std::string host_user_name();        // of the effective user; empty when unknow
 std::string host_home_directory();   // of the effective user; empty when unknown
 std::string host_network_name();     // empty when unknown
 uint32_t host_process_id();
-bool host_process_is_alive(uint32_t id); // also when it is another user's
+bool host_process_is_alive(uint32_t id); // one that may not be looked at: as the host can tell
 uint64_t host_machine_id();              // the same number at each call on this machine
 
 int64_t host_time(); // seconds since 1970

@@ -20,6 +20,7 @@ static_assert(sizeof(off_t) == 8, "files beyond 2 GiB need 64-bit offsets");
 
 const host_path_rules host_paths = host_path_rules::posix;
 const char host_separator = '/';
+const uint32_t host_mode_bits = 07777;
 const char host_line_end[] = "\n";
 const char host_program_suffix[] = "";
 

@@ -9,6 +9,7 @@
 
 const host_path_rules host_paths = host_path_rules::windows;
 const char host_separator = '\\';
+const uint32_t host_mode_bits = 0200;
 const char host_line_end[] = "\r\n";
 const char host_program_suffix[] = ".exe";
 
@@ -59,6 +60,11 @@ int host_win32_error_number(DWORD reason) {
         {ERROR_FILENAME_EXCED_RANGE, ENAMETOOLONG},
         {ERROR_FILE_TOO_LARGE, EFBIG},
         {ERROR_NO_DATA, EPIPE},
+        {ERROR_UNEXP_NET_ERR, EIO},
+        {ERROR_NETNAME_DELETED, EIO},
+        {ERROR_SEM_TIMEOUT, EIO},
+        {ERROR_NO_SYSTEM_RESOURCES, ENOMEM},
+        {ERROR_COMMITMENT_LIMIT, ENOMEM},
         {ERROR_DIRECTORY, ENOTDIR},
         {ERROR_DELETE_PENDING, EACCES},
         {ERROR_IO_DEVICE, EIO},
@@ -176,8 +182,11 @@ bool host_readable(const char* name) {
 }
 
 bool host_usable_directory(const char* name) {
+    const errno_keeper error;
     const DWORD attributes = attributes_of(name);
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    constexpr DWORD making = FILE_ADD_FILE | FILE_ADD_SUBDIRECTORY;
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 &&
+           scoped_handle(host_win32_open_name(name, making, true)).is_open();
 }
 
 std::optional<std::string> host_full_path(const char* name) {
@@ -294,9 +303,9 @@ std::optional<host_status> host_descriptor_status(int descriptor) {
     return status;
 }
 
-// As much as one call can move.
+// As much as one call can move, also across a network.
 static DWORD piece_of(uint64_t size) {
-    return static_cast<DWORD>(std::min(size, uint64_t{1} << 30));
+    return static_cast<DWORD>(std::min(size, uint64_t{1} << 24));
 }
 
 static OVERLAPPED place_at(uint64_t offset) {

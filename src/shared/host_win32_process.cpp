@@ -124,8 +124,10 @@ void host_release_file(const char* name) {
 // The next handler, the system's, ends the process.
 static BOOL WINAPI remove_guarded_files(DWORD) {
     for (std::atomic<const char*>& slot : guarded)
-        if (const char* const name = slot.load())
+        if (const char* const name = slot.load()) {
+            SetFileAttributesA(name, FILE_ATTRIBUTE_NORMAL); // a protected one stays otherwise
             DeleteFileA(name);
+        }
     return FALSE;
 }
 

@@ -207,16 +207,21 @@ TEST(archive, members_are_stripped_and_put_back) {
     const elf_draft draft = sample_draft(elf_forms[1], false);
     for (const obj_kind kind : {OBJ_ARCHIVE, OBJ_ARCHIVE64}) {
         const ar_draft notes = {.name = "notes/", .data = "text"};
-        const ar_draft one = {.name = "one.o/", .data = build_elf(draft)};
+        const ar_draft one = {.name = "one.o/", .data = build_elf(draft), .mode = "100755"};
+        const ar_draft two = {.name = "one.o/", .data = one.data, .mode = "100600"};
+        const ar_draft protected_one = {.name = "one.o/", .data = one.data, .mode = "100444"};
+        const std::vector<ar_draft> drafts = {one, notes, two, protected_one};
         work_place place;
-        place.put("lib.a", build_archive(kind, {one, notes, one}));
+        place.put("lib.a", build_archive(kind, drafts));
         const run_result result = place.trim("lib.a");
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.err, "");
         const std::string after = place.get("lib.a");
         const std::string member = build_stripped(draft, sample_removed);
-        EXPECT_EQ(after.size(), build_archive(kind, {one, notes, one}).size() -
-                                    2 * (one.data.size() - member.size()));
+        EXPECT_EQ(after.size(),
+                  build_archive(kind, drafts).size() - 3 * (one.data.size() - member.size()));
+        for (const ar_draft& kept : drafts) // in the middle of blanks, as in the header
+            EXPECT_NE(after.find(" " + kept.mode + " "), std::string::npos) << kept.mode;
         EXPECT_NE(after.find(member), after.rfind(member));
         EXPECT_NE(after.find(notes.data), std::string::npos);
         EXPECT_EQ(place.list(), words{"lib.a"});
