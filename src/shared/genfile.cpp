@@ -39,8 +39,14 @@ const char* purpose_of(std::optional<host_access> access) {
     return access == host_access::read || access == host_access::update ? "input" : "output";
 }
 
+// The window of a stream that was closed, for the next one that is opened: memory from the slots is
+// cleared, which would cost more than reading a small file.
+std::unique_ptr<std::byte[]> spare_window;
+
 // Fills the window from the stream's position. False at the end of the file or on a failure.
 bool fill_window(gen_stream& stream) {
+    if (!stream.window)
+        stream.window = std::move(spare_window);
     if (!stream.window)
         stream.window = std::make_unique_for_overwrite<std::byte[]>(window_capacity);
     stream.window_length = 0;
@@ -55,6 +61,11 @@ bool fill_window(gen_stream& stream) {
     stream.window_start = stream.position;
     stream.window_length = static_cast<size_t>(got);
     return true;
+}
+
+void keep_window(gen_stream& closing) {
+    if (closing.window)
+        spare_window = std::move(closing.window);
 }
 
 // Bytes of the window at the stream's position and after it.
@@ -122,6 +133,7 @@ int64_t write_items(const char* name, const void* buffer, uint64_t size, uint64_
 
 void gen_stream_closer::operator()(gen_stream* stream) const {
     const std::unique_ptr<gen_stream> closing(stream);
+    keep_window(*closing);
     host_close(closing->descriptor);
 }
 
@@ -147,6 +159,7 @@ gen_stream_ptr gen_open(const char* name, const char* mode) {
 
 int gen_close(gen_stream_ptr stream) {
     const std::unique_ptr<gen_stream> closing(stream.release());
+    keep_window(*closing);
     return host_close(closing->descriptor);
 }
 

@@ -34,12 +34,21 @@ struct relocation_piece {
     uint64_t count;
 };
 
+// No more than the table needs: memory comes cleared, and most files have small tables. A block
+// that grows grows by half at least, however many tables are each a little larger than the one
+// before.
+void make_room(gen_block& piece, const relocation_table& table) {
+    constexpr uint64_t least = 4096;
+    const uint64_t needed = std::min(piece_limit, table.count * table.entry_size);
+    if (piece.size < std::max(needed, least))
+        piece = gen_new_block(std::min(piece_limit, std::max(needed + needed / 2, least)));
+}
+
 // Hands the entries of a table to `look` in pieces, until it answers false.
 template <class routine>
 bool look_at_table(const elf_image& image, relocation_plan& relocations,
                    const relocation_table& table, routine look) {
-    if (!relocations.piece.bytes)
-        relocations.piece = gen_new_block(piece_limit);
+    make_room(relocations.piece, table);
     std::byte* block = relocations.piece.bytes.get();
     const uint64_t most = piece_limit / table.entry_size;
     gen_safe_fseek64(image.name, image.stream,
