@@ -57,6 +57,14 @@ uint64_t copy_in_pieces(gen_stream& input, gen_stream& output, uint64_t size) {
     return done;
 }
 
+uint64_t copy_part(gen_stream& part, gen_stream& output, uint64_t size) {
+    const uint64_t wanted = gen_enter_part(part, size);
+    const uint64_t done = gen_copy_stream(*part.whole, output, wanted);
+    part.position += done;
+    gen_note_part_failure(part);
+    return done;
+}
+
 // Copies bytes that the input has, not only reads as zeros.
 uint64_t copy_data(gen_stream& input, gen_stream& output, uint64_t size) {
     uint64_t done = 0;
@@ -74,6 +82,8 @@ uint64_t copy_data(gen_stream& input, gen_stream& output, uint64_t size) {
 // What was never written to the input is not written to a new part of the output either, but for
 // the last byte, which gives the output its length.
 uint64_t gen_copy_stream(gen_stream& input, gen_stream& output, uint64_t size) {
+    if (input.whole)
+        return copy_part(input, output, size);
     const bool may_skip = size >= host_copy_worth && output.position >= output.size;
     uint64_t done = 0;
     while (done < size) {

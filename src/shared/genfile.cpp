@@ -1,6 +1,7 @@
 // Checked streams: the stream itself, and the wrappers that put its failures into words.
 #include "shared/genfile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdlib>
@@ -86,6 +87,16 @@ uint64_t read_directly(gen_stream& stream, std::byte* to, uint64_t size) {
     return got > 0 ? static_cast<uint64_t>(got) : 0;
 }
 
+// Takes bytes of a part from the stream that it is a part of, in one piece.
+uint64_t read_part(gen_stream& part, void* buffer, uint64_t size) {
+    const uint64_t wanted = gen_enter_part(part, size);
+    const uint64_t got = gen_read_stream(*part.whole, buffer, wanted);
+    part.position += got;
+    gen_note_part_failure(part);
+    part.at_end = part.at_end || (got < size && part.whole->read_error == 0);
+    return got;
+}
+
 bool multiply(uint64_t a, uint64_t b, uint64_t& product) {
     return !__builtin_mul_overflow(a, b, &product);
 }
@@ -132,9 +143,7 @@ int64_t write_items(const char* name, const void* buffer, uint64_t size, uint64_
 } // namespace
 
 void gen_stream_closer::operator()(gen_stream* stream) const {
-    const std::unique_ptr<gen_stream> closing(stream);
-    keep_window(*closing);
-    host_close(closing->descriptor);
+    gen_close(gen_stream_ptr(stream));
 }
 
 gen_stream_ptr gen_open(const char* name, const char* mode) {
@@ -157,10 +166,30 @@ gen_stream_ptr gen_open(const char* name, const char* mode) {
     return stream;
 }
 
+gen_stream_ptr gen_open_part(gen_stream& whole, uint64_t start, uint64_t size) {
+    gen_stream_ptr part(std::make_unique<gen_stream>().release());
+    part->descriptor = whole.descriptor;
+    part->size = size;
+    part->whole = &whole;
+    part->start = start;
+    return part;
+}
+
+uint64_t gen_enter_part(gen_stream& part, uint64_t size) {
+    part.whole->position = part.start + part.position;
+    part.whole->read_error = 0;
+    return part.position < part.size ? std::min(size, part.size - part.position) : 0;
+}
+
+void gen_note_part_failure(gen_stream& part) {
+    if (part.whole->read_error != 0)
+        part.read_error = part.whole->read_error;
+}
+
 int gen_close(gen_stream_ptr stream) {
     const std::unique_ptr<gen_stream> closing(stream.release());
     keep_window(*closing);
-    return host_close(closing->descriptor);
+    return closing->whole ? 0 : host_close(closing->descriptor);
 }
 
 int gen_seek(gen_stream& stream, int64_t offset, gen_origin origin) {
@@ -187,6 +216,8 @@ int gen_seek(gen_stream& stream, int64_t offset, gen_origin origin) {
 }
 
 uint64_t gen_read_stream(gen_stream& stream, void* buffer, uint64_t size) {
+    if (stream.whole)
+        return read_part(stream, buffer, size);
     std::byte* to = static_cast<std::byte*>(buffer);
     uint64_t done = 0;
     while (done < size) {

@@ -23,6 +23,10 @@ struct gen_stream {
     uint64_t window_start = 0;
     size_t window_length = 0;
     std::unique_ptr<std::byte[]> window;
+
+    // Of a part: the stream that it is a part of, and where in it the part begins.
+    gen_stream* whole = nullptr;
+    uint64_t start = 0;
 };
 
 struct gen_stream_closer {
@@ -58,6 +62,12 @@ int gen_safe_fflush(const char* name, gen_stream* stream);
 
 // The unchecked ground they stand on: none of these reports.
 gen_stream_ptr gen_open(const char* name, const char* mode); // null, with the error number
+// A stream of its own over the `size` bytes at `start` of another one, to be read only. It reads
+// through that one, whose position it moves and which must outlive it.
+gen_stream_ptr gen_open_part(gen_stream& whole, uint64_t start, uint64_t size);
+// Brings the other stream to where the part stands: how many of the next `size` bytes there are.
+uint64_t gen_enter_part(gen_stream& part, uint64_t size);
+void gen_note_part_failure(gen_stream& part); // of the read or copy that followed
 int gen_close(gen_stream_ptr stream);
 int gen_seek(gen_stream& stream, int64_t offset, gen_origin origin);              // 0, or -1
 uint64_t gen_read_stream(gen_stream& stream, void* buffer, uint64_t size);        // bytes read

@@ -109,11 +109,11 @@ std::optional<std::string> copy_path(const std::string& member_name) {
 }
 
 // Null after a report.
-gen_stream_ptr extract(gen_stream* archive, const ar_member_context& context,
+gen_stream_ptr extract(gen_stream& archive, const ar_member_context& context,
                        const std::string& path) {
     const uint64_t size = static_cast<uint64_t>(context.member->size);
     gen_stream_ptr copy = gen_safe_fopen(path.c_str(), "object", "wb+x");
-    if (gen_copy_stream(*archive, *copy, size) == size && gen_seek(*copy, 0, GEN_SEEK_SET) == 0)
+    if (gen_copy_stream(archive, *copy, size) == size && gen_seek(*copy, 0, GEN_SEEK_SET) == 0)
         return copy;
     gen_error("failed to extract file %s from archive %s", context.member->name.c_str(),
               context.archive_name);
@@ -123,6 +123,42 @@ gen_stream_ptr extract(gen_stream* archive, const ar_member_context& context,
 bool is_known_elf(gen_stream* stream) {
     const objinfo* const info = obj_identify(stream, nullptr);
     return info != nullptr && info->kind == OBJ_ELF && info->target != 0;
+}
+
+// The member where it is in the archive; null when it is not all there.
+gen_stream_ptr open_member(gen_stream& archive, uint64_t size) {
+    const uint64_t start = archive.position;
+    const bool fits = start <= archive.size && size <= archive.size - start;
+    return fits ? gen_open_part(archive, start, size) : nullptr;
+}
+
+// Makes the copy at `path`. What gets shorter is stripped on its way there; everything else is
+// copied as it is. False after a report: there is no copy to put into the archive.
+bool make_copy(gen_stream& archive, const ar_member_context& context, const std::string& path) {
+    const ar_member& member = *context.member;
+    const uint32_t mode = member.mode & 0777;
+    const int64_t start = static_cast<int64_t>(archive.position);
+    bool was_tried = false;
+    if (elf_result_replaces(path.c_str())) {
+        gen_stream_ptr part = open_member(archive, static_cast<uint64_t>(member.size));
+        was_tried = part && is_known_elf(part.get());
+        if (was_tried && elf_strip_part(std::move(part), path.c_str(), mode))
+            return true;
+    }
+    gen_safe_fseek64(context.archive_name, &archive, start, GEN_SEEK_SET);
+    gen_stream_ptr copy = extract(archive, context, path);
+    if (!copy)
+        return false;
+    if (!is_known_elf(copy.get())) {
+        gen_error("file %s(%s) is not a known ELF type\n", context.archive_name,
+                  member.name.c_str());
+        return false;
+    }
+    if (!was_tried)
+        elf_strip(std::move(copy), path.c_str());
+    copy.reset();
+    host_set_mode(path.c_str(), mode);
+    return true;
 }
 
 // The copy counts as stripped whatever became of it: it then replaces the member unchanged.
@@ -138,21 +174,11 @@ int32_t archive_member_strip(gen_stream*, gen_stream* data, const ar_member_cont
     }
     open_list();
     const std::optional<std::string> path = copy_path(member.name);
-    if (!path)
+    if (!path || !make_copy(*data, context, *path))
         return 1;
-    gen_stream_ptr copy = extract(data, context, *path);
-    if (!copy)
-        return 1;
-    if (!is_known_elf(copy.get())) {
-        gen_error("file %s(%s) is not a known ELF type\n", context.archive_name,
-                  member.name.c_str());
-        return 1;
-    }
-    elf_strip(std::move(copy), path->c_str());
     ++run.stripped_count;
     add_to_list(*path);
     host_set_times(path->c_str(), member.date);
-    host_set_mode(path->c_str(), member.mode & 0777);
     return 0;
 }
 

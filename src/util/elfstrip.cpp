@@ -42,6 +42,7 @@ struct strip_job {
     std::string result_name;
     gen_unfinished_file unfinished; // the result, until it has taken the input's place
     bool replaces_input = false;    // the result is renamed over the input
+    bool is_part = false;           // there is no input of this name yet
     gen_stream_ptr result;
 };
 
@@ -89,7 +90,7 @@ void install_directory_hook(const strip_job& job) {
 }
 
 void open_result(strip_job& job) {
-    job.replaces_input = !output_name || same_file_name(*output_name, job.name);
+    job.replaces_input = job.is_part || elf_result_replaces(job.name);
     if (job.replaces_input) {
         const std::optional<std::string> temporary = gen_temp_name(nullptr, "tmp");
         if (!temporary)
@@ -103,6 +104,12 @@ void open_result(strip_job& job) {
         gen_safe_fopen(job.result_name.c_str(), "output file", job.replaces_input ? "wbx" : "wb");
 }
 
+int set_permissions(const strip_job& job) {
+    const int result = job.result->descriptor;
+    return job.is_part ? host_set_mode(result, job.input_status.mode)
+                       : gen_copy_owner_and_mode(result, job.input_status);
+}
+
 // A result that lacks bytes does not take the place of anything, whichever file they were lost in.
 // Some hosts tell only as a file is closed that it could not be written.
 void close_result(strip_job& job) {
@@ -112,8 +119,7 @@ void close_result(strip_job& job) {
         gen_perror_exit(status_failure, "Error reading from '%s'", job.name);
     }
     // Before the rename, so that nobody ever finds the new file without its permissions.
-    if (job.replaces_input &&
-        gen_copy_owner_and_mode(job.result->descriptor, job.input_status) != 0)
+    if (job.replaces_input && set_permissions(job) != 0)
         gen_perror("can't set the permissions of '%s'", job.name);
     if (gen_safe_fclose(job.result_name.c_str(), "output file", std::move(job.result)) != 0)
         gen_exit(status_failure);
@@ -170,17 +176,37 @@ void strip(strip_job& job) {
     write_result(job, plan);
 }
 
+void take_input(strip_job& job, gen_stream_ptr stream, const char* name) {
+    job.name = name;
+    job.input = std::move(stream);
+    job.image.name = name;
+    job.image.stream = job.input.get();
+}
+
 } // namespace
+
+bool elf_result_replaces(const char* name) {
+    return !strip_flags.vxworks && (!output_name || same_file_name(*output_name, name));
+}
 
 void elf_strip(gen_stream_ptr stream, const char* name) {
     reconcile_options();
     strip_job job;
-    job.name = name;
+    take_input(job, std::move(stream), name);
     job.input_name = gen_real_name(name);
-    job.input = std::move(stream);
-    job.image.name = name;
-    job.image.stream = job.input.get();
     if (record_input_status(job))
         strip(job);
     finish(job);
+}
+
+bool elf_strip_part(gen_stream_ptr stream, const char* name, uint32_t mode) {
+    reconcile_options();
+    strip_job job;
+    take_input(job, std::move(stream), name);
+    job.input_name = name;
+    job.input_status.mode = mode;
+    job.is_part = true;
+    strip(job);
+    finish(job);
+    return job.replaces_input;
 }
