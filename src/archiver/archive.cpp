@@ -42,14 +42,12 @@ bool refuse_member(const old_archive& archive, const std::string& name, const ch
 
 bool open_archive(old_archive& archive, const std::string& real_name) {
     archive.stream = gen_open(real_name.c_str(), "rb+"); // one that is protected is not replaced
-    const std::optional<host_status> status =
-        archive.stream ? host_descriptor_status(archive.stream->descriptor) : std::nullopt;
-    if (!status) {
+    if (!archive.stream) {
         gen_system_error("can't open archive '%s'", archive.name);
         return false;
     }
-    archive.status = *status;
-    const obj_archive_magic magic = status->is_regular
+    archive.status = archive.stream->opened;
+    const obj_archive_magic magic = archive.status.is_regular
                                         ? archive_magic_kind(archive.stream.get(), archive.name)
                                         : OBJ_MAGIC_NONE;
     if (magic != OBJ_MAGIC_ARCH && magic != OBJ_MAGIC_ARCH64)

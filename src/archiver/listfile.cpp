@@ -101,21 +101,20 @@ void take_names(listed_file& file, gen_stream& stream, look_limits& left) {
 
 bool look_at(listed_file& file, look_limits& left, const char* archive_name) {
     const gen_stream_ptr stream = gen_open(file.path.c_str(), "rb");
-    const std::optional<host_status> status =
-        stream ? host_descriptor_status(stream->descriptor) : std::nullopt;
-    if (!status) {
+    if (!stream) {
         gen_system_error("archive '%s', member '%s': can't open file '%s'", archive_name,
                          file.name.c_str(), file.path.c_str());
         return false;
     }
-    if (!status->is_regular) {
+    const host_status& status = stream->opened;
+    if (!status.is_regular) {
         gen_error("archive '%s', member '%s': '%s' is no file", archive_name, file.name.c_str(),
                   file.path.c_str());
         return false;
     }
     file.size = stream->size;
-    file.modified = status->modified;
-    file.mode = status->mode;
+    file.modified = status.modified;
+    file.mode = status.mode;
     file.kind = kind_at(*stream);
     if (file.kind.format == OBJ_ELF)
         take_names(file, *stream, left);

@@ -44,22 +44,22 @@ const char* purpose_of(std::optional<host_access> access) {
 // cleared, which would cost more than reading a small file.
 std::unique_ptr<std::byte[]> spare_window;
 
-// Fills the window from the stream's position. False at the end of the file or on a failure.
-bool fill_window(gen_stream& stream) {
+// Fills the window from `start` on. False at the end of the file or on a failure.
+bool fill_window(gen_stream& stream, uint64_t start) {
     if (!stream.window)
         stream.window = std::move(spare_window);
     if (!stream.window)
         stream.window = std::make_unique_for_overwrite<std::byte[]>(window_capacity);
     stream.window_length = 0;
     const int64_t got =
-        host_read_at(stream.descriptor, stream.window.get(), window_capacity, stream.position);
+        host_read_at(stream.descriptor, stream.window.get(), window_capacity, start);
     if (got < 0)
         stream.read_error = errno;
     if (got == 0)
         stream.at_end = true;
     if (got <= 0)
         return false;
-    stream.window_start = stream.position;
+    stream.window_start = start;
     stream.window_length = static_cast<size_t>(got);
     return true;
 }
@@ -87,9 +87,12 @@ uint64_t read_directly(gen_stream& stream, std::byte* to, uint64_t size) {
     return got > 0 ? static_cast<uint64_t>(got) : 0;
 }
 
-// Takes bytes of a part from the stream that it is a part of, in one piece.
+// Takes bytes of a part from the stream that it is a part of. The window of that one holds a small
+// part as a whole, whatever is read of it first.
 uint64_t read_part(gen_stream& part, void* buffer, uint64_t size) {
     const uint64_t wanted = gen_enter_part(part, size);
+    if (part.size <= window_capacity && wanted != 0 && bytes_in_window(*part.whole) == 0)
+        fill_window(*part.whole, part.start);
     const uint64_t got = gen_read_stream(*part.whole, buffer, wanted);
     part.position += got;
     gen_note_part_failure(part);
@@ -157,9 +160,12 @@ gen_stream_ptr gen_open(const char* name, const char* mode) {
         return nullptr;
     gen_stream_ptr stream(std::make_unique<gen_stream>().release()); // the closer now owns it
     stream->descriptor = descriptor;
+    if (*access == host_access::create_exclusive)
+        return stream; // it is new, and empty
     const std::optional<host_status> status = host_descriptor_status(descriptor);
     if (!status)
         return nullptr;
+    stream->opened = *status;
     stream->size = status->size;
     if (*access == host_access::append)
         stream->position = stream->size;
@@ -231,7 +237,7 @@ uint64_t gen_read_stream(gen_stream& stream, void* buffer, uint64_t size) {
             got = read_directly(stream, to + done, wanted);
             if (got == 0)
                 break;
-        } else if (fill_window(stream)) {
+        } else if (fill_window(stream, stream.position)) {
             continue;
         } else {
             break;
@@ -278,20 +284,19 @@ uint64_t gen_write_stream(gen_stream& stream, const void* buffer, uint64_t size)
 
 gen_stream_ptr gen_safe_fopen(const char* name, const char* kind, const char* mode) {
     gen_stream_ptr stream;
-    const std::optional<host_status> status = host_status_of(name);
-    if (status && status->is_directory) {
-        errno = error_is_a_directory;
-    } else {
-        // The place where a view path would lead the name elsewhere.
-        for (int tries = 0; !stream && tries <= interrupted_tries; ++tries) {
-            errno = 0;
-            stream = gen_open(name, mode);
-            if (!stream && errno != EINTR)
-                break;
-        }
+    // The place where a view path would lead the name elsewhere.
+    for (int tries = 0; !stream && tries <= interrupted_tries; ++tries) {
+        errno = 0;
+        stream = gen_open(name, mode);
+        if (!stream && errno != EINTR)
+            break;
     }
-    if (stream)
+    if (stream && !stream->opened.is_directory)
         return stream;
+    // Some hosts open directories, others have their own reasons not to.
+    const std::optional<host_status> status = host_status_of(name);
+    if (status && status->is_directory)
+        errno = error_is_a_directory;
     const char* purpose = purpose_of(access_of(mode));
     if (kind)
         gen_perror_exit(status_failure, "Unable to open %s '%s' for %s", kind, name, purpose);

@@ -13,11 +13,14 @@
 #include <cstdint>
 #include <memory>
 
+#include "shared/host.h"
+
 struct gen_stream {
     int descriptor = -1;
     uint64_t position = 0;
     uint64_t size = 0;   // bytes in the file, as far as this stream has seen them
     bool at_end = false; // the last read met the end of the file
+    host_status opened;  // what was opened; unknown of a file made for writing only
     int write_error = 0; // error number of the first failed write
     int read_error = 0;  // error number of the last failed read
     uint64_t window_start = 0;

@@ -27,6 +27,7 @@ namespace {
 
 constexpr uint32_t scratch_mode = 0777;
 constexpr int tools_directory = 2; // the install type of the programs beside this one
+constexpr size_t lines_at_once = 32 * 1024; // bytes of the list
 
 // The archive at hand. It is process-wide because the handler of the walk, and the handler of a
 // fatal end, have nothing else to find it by.
@@ -35,6 +36,7 @@ struct archive_run {
     std::string archive_list;             // names the stripped copies, for the archiver
     std::vector<std::string> directories; // archive_dir, and those of members of the same name
     gen_stream_ptr list;
+    std::string lines; // of the list, still to be written
     uint32_t stripped_count = 0;
 };
 archive_run run;
@@ -89,9 +91,17 @@ void open_list() {
         run.list = gen_safe_fopen(run.archive_list.c_str(), "@file", "wb+x");
 }
 
+void write_lines() {
+    if (!run.lines.empty())
+        gen_safe_fwrite64(run.archive_list.c_str(), run.lines.data(), 1, run.lines.size(),
+                          run.list.get());
+    run.lines.clear();
+}
+
 void add_to_list(const std::string& copy) {
-    const std::string line = copy + host_line_end;
-    gen_safe_fwrite64(run.archive_list.c_str(), line.data(), 1, line.size(), run.list.get());
+    run.lines.append(copy).append(host_line_end);
+    if (run.lines.size() >= lines_at_once)
+        write_lines();
 }
 
 // Where the member's copy goes; every further member of the same name gets a directory of its own.
@@ -161,8 +171,9 @@ bool make_copy(gen_stream& archive, const ar_member_context& context, const std:
     return true;
 }
 
-// The copy counts as stripped whatever became of it: it then replaces the member unchanged.
-int32_t archive_member_strip(gen_stream*, gen_stream* data, const ar_member_context& context) {
+// The copy counts as stripped whatever became of it: it then replaces the member unchanged. The
+// stream of the headers has read small members already, so the data comes from there.
+int32_t archive_member_strip(gen_stream* headers, gen_stream*, const ar_member_context& context) {
     if (context.member == nullptr) {
         gen_error("file '%s' has changed: it is no archive any more", context.archive_name);
         return 1;
@@ -174,7 +185,7 @@ int32_t archive_member_strip(gen_stream*, gen_stream* data, const ar_member_cont
     }
     open_list();
     const std::optional<std::string> path = copy_path(member.name);
-    if (!path || !make_copy(*data, context, *path))
+    if (!path || !make_copy(*headers, context, *path))
         return 1;
     ++run.stripped_count;
     add_to_list(*path);
@@ -202,6 +213,7 @@ int32_t strip_members(const char* archive_name) {
     if (result != 0 || run.stripped_count == 0)
         return result;
     // A list with a hole in it would leave members as they were without a word from the archiver.
+    write_lines();
     const bool is_written = run.list->write_error == 0;
     const bool is_closed =
         gen_safe_fclose(run.archive_list.c_str(), "@file", std::move(run.list)) == 0;

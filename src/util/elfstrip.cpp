@@ -46,14 +46,20 @@ struct strip_job {
     gen_stream_ptr result;
 };
 
-// False after a report: it is not certain which file the result would replace.
-bool record_input_status(strip_job& job) {
-    const std::optional<host_status> open = host_descriptor_status(job.input->descriptor);
-    const std::optional<host_status> named = host_status_of(job.input_name.c_str());
-    if (open && named && open->device == named->device && open->number == named->number) {
-        job.input_status = *open;
+bool is_opened_file(const strip_job& job, const std::optional<host_status>& named) {
+    const host_status& opened = job.input_status;
+    return named && named->device == opened.device && named->number == opened.number;
+}
+
+// Finds the file that the result is to replace. False after a report: it is not certain which.
+bool find_input(strip_job& job) {
+    job.input_status = job.input->opened;
+    job.input_name = job.name;
+    if (is_opened_file(job, host_status_of_link(job.name)))
+        return true; // the usual case: no link is in the way
+    job.input_name = gen_real_name(job.name);
+    if (is_opened_file(job, host_status_of(job.input_name.c_str())))
         return true;
-    }
     gen_error("file '%s' is not stripped: its name does not lead to the file that was opened",
               job.name);
     return false;
@@ -193,8 +199,7 @@ void elf_strip(gen_stream_ptr stream, const char* name) {
     reconcile_options();
     strip_job job;
     take_input(job, std::move(stream), name);
-    job.input_name = gen_real_name(name);
-    if (record_input_status(job))
+    if (find_input(job))
         strip(job);
     finish(job);
 }
