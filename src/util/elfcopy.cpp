@@ -7,7 +7,12 @@
 
 namespace {
 
-constexpr uint64_t gather_capacity = 256 * 1024;
+constexpr uint64_t most_gathered = 256 * 1024;
+
+// Memory comes cleared: small files do with less. A range or a table always fits.
+uint64_t gather_capacity(const section_copier& copier) {
+    return std::clamp(copier.input->size, gather_limit, most_gathered);
+}
 
 void report_short_read(const section_copier& copier) {
     gen_perror("Error reading from '%s'", copier.input_name);
@@ -35,7 +40,7 @@ bool joins_gathered(const section_copier& copier, uint64_t to, uint64_t size) {
         return false;
     const uint64_t end = copier.gathered_to + copier.gathered_size;
     return to >= end && (to == end || copier.written_end == end) &&
-           to - copier.gathered_to <= gather_capacity - size;
+           to - copier.gathered_to <= copier.gathered.size - size;
 }
 
 // Where in the block the bytes for `to` belong; the caller puts them there and counts them.
@@ -45,7 +50,7 @@ std::byte* make_room(section_copier& copier, uint64_t to, uint64_t size) {
         copier.gathered_to = to;
     }
     if (!copier.gathered.bytes)
-        copier.gathered = gen_new_block(gather_capacity);
+        copier.gathered = gen_new_block(gather_capacity(copier));
     std::byte* block = copier.gathered.bytes.get();
     const uint64_t at = to - copier.gathered_to;
     std::fill(block + copier.gathered_size, block + at, std::byte{0});
