@@ -34,6 +34,27 @@ DWORD WINAPI let_go_in_a_moment(void* handle) {
     return 0;
 }
 
+TEST_F(host_win32, a_console_event_removes_unfinished_files) {
+    static const char* const released = "done"; // by its address
+    const auto body = [] {
+        FreeConsole(); // events go to all that share one
+        AllocConsole();
+        host_start();
+        for (const char* name : {released, "one", "two"}) {
+            host_close(host_open(name, host_access::create));
+            host_guard_file(name);
+        }
+        host_release_file(released);
+        if (GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, 0))
+            Sleep(10000); // it comes on a thread of its own
+    };
+    const int status = run_child(body).first;
+    if (status == child_returned)
+        GTEST_SKIP() << "there is no console to be had";
+    EXPECT_EQ(status, static_cast<int>(STATUS_CONTROL_C_EXIT));
+    EXPECT_EQ(place.list(), words{released});
+}
+
 TEST_F(host_win32, a_target_that_is_held_for_a_moment_is_replaced_all_the_same) {
     place.put("from", "new");
     place.put("to", "old");
