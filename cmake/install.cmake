@@ -37,7 +37,7 @@ if(WIN32)
 else()
     set(contrib ${PROJECT_SOURCE_DIR}/contrib)
     install(FILES ${manual_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-    install(PROGRAMS ${contrib}/objtrim-as-strip DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(PROGRAMS ${PROJECT_BINARY_DIR}/contrib/objtrim-as-strip DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES ${contrib}/completion/objtrim.bash RENAME objtrim
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
     # Debian's zsh looks for what packages bring in a directory of its own.
