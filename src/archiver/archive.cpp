@@ -3,6 +3,7 @@
 #include "archiver/archive.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstring>
 
 #include "shared/genout.h"
@@ -23,9 +24,21 @@ bool put_header_number(char* header, const header_field& field, int64_t number) 
     return put_header_field(header, field, gen_str64(text, number, 'd'));
 }
 
+static uint64_t largest_size(const header_layout& layout) {
+    return &layout == &standard_layout ? INT32_MAX : INT64_MAX;
+}
+
 bool put_header_size(char* header, const header_layout& layout, uint64_t size) {
-    const uint64_t largest = &layout == &standard_layout ? INT32_MAX : INT64_MAX;
-    return size <= largest && put_header_number(header, layout.size, static_cast<int64_t>(size));
+    return size <= largest_size(layout) &&
+           put_header_number(header, layout.size, static_cast<int64_t>(size));
+}
+
+void report_misfit(const char* archive_name, const char* member_name, const header_layout& layout,
+                   uint64_t size, int64_t date) {
+    gen_error(
+        "archive '%s', member '%s': size %" PRIu64 " or date %" PRId64
+        " does not fit its header, which takes sizes up to %" PRIu64 " and dates of %u letters",
+        archive_name, member_name, size, date, largest_size(layout), unsigned{layout.date.width});
 }
 
 namespace {
@@ -37,6 +50,13 @@ bool refuse(const old_archive& archive, const char* why) {
 
 bool refuse_member(const old_archive& archive, const std::string& name, const char* why) {
     gen_error("archive '%s', member '%s': %s", archive.name, name.c_str(), why);
+    return false;
+}
+
+bool refuse_size(const old_archive& archive, const ar_member& member, uint64_t data) {
+    gen_error("archive '%s', member '%s': its size %" PRId64 ", at 0x%" PRIx64
+              ", reaches past the end of the archive, 0x%" PRIx64,
+              archive.name, member.name.c_str(), member.size, data, archive.stream->size);
     return false;
 }
 
@@ -88,7 +108,7 @@ bool note_member(old_archive& archive, const ar_member& member, partner_table& p
     const uint64_t data = stream.position;
     if (member.size < 0 || data > stream.size ||
         static_cast<uint64_t>(member.size) > stream.size - data)
-        return refuse_member(archive, member.name, "it reaches past the end of the archive");
+        return refuse_size(archive, member, data);
     if (is_strange_index(member, stream))
         return refuse_member(archive, member.name,
                              "a symbol index of this form cannot be brought up to date");

@@ -28,6 +28,9 @@ bool put_header_field(char* header, const header_field& field, std::string_view 
 bool put_header_number(char* header, const header_field& field, int64_t number);
 // In a standard header sizes from 2 GiB on count as negative when they are read: they do not fit.
 bool put_header_size(char* header, const header_layout& layout, uint64_t size);
+// Says that one of them does not fit.
+void report_misfit(const char* archive_name, const char* member_name, const header_layout& layout,
+                   uint64_t size, int64_t date);
 
 // Bytes that `size` bytes of data take up: members begin at even distances.
 constexpr uint64_t padded_size(uint64_t size) {

@@ -76,8 +76,7 @@ bool put_header(const new_archive& archive, archive_output& output, const char* 
     if (fits)
         put_bytes(output, header);
     else
-        gen_error("archive '%s', member '%s': name, size or date do not fit its header",
-                  archive.name, name);
+        report_misfit(archive.name, name, layout, size, date);
     return fits;
 }
 

@@ -28,8 +28,8 @@ bool patch_header(const old_archive& archive, archive_change& change) {
                put_header_field(change.header, layout.mode, mode);
     }
     if (!fits)
-        gen_error("archive '%s', member '%s': size or date do not fit its header", archive.name,
-                  member_name(change));
+        report_misfit(archive.name, member_name(change), layout, change.new_size,
+                      change.file ? change.file->modified : 0);
     return fits;
 }
 

@@ -2,15 +2,24 @@
 #include "archiver/symindex.h"
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdarg>
 #include <cstring>
 
 #include "objfile/elfio.h"
+#include "shared/genmem.h"
 #include "shared/genout.h"
 
 namespace {
 
-bool refuse_index(const old_archive& archive, const char* why) {
+GEN_PRINTF(2, 3)
+bool refuse_index(const old_archive& archive, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    char* const why = gen_vasprintf(format, arguments);
+    va_end(arguments);
     gen_error("archive '%s', member '/': damaged symbol index: %s", archive.name, why);
+    gen_free_slot(why);
     return false;
 }
 
@@ -32,16 +41,21 @@ bool decode_entries(const old_archive& archive, const gen_block& block, uint32_t
         const auto member = std::lower_bound(archive.members.begin(), archive.members.end(),
                                              uint64_t{position}, is_before);
         if (member == archive.members.end() || member->header != position)
-            return refuse_index(archive, "an entry leads to no member");
+            return refuse_index(archive, "entry %" PRIu32 " leads to 0x%" PRIx32 ", to no member",
+                                i, position);
         const size_t end = at + strlen(index.names.c_str() + at) + 1; // behind the NUL
         if (end > index.names.size())
-            return refuse_index(archive, "it ends before the last name");
+            return refuse_index(archive,
+                                "its size %" PRIu64 " ends before the last of %" PRIu32 " names",
+                                block.size, count);
         const auto number = static_cast<uint32_t>(member - archive.members.begin());
         index.entries.push_back({number, static_cast<uint32_t>(at), static_cast<uint32_t>(end)});
         at = end;
     }
     if (index.names.find_first_not_of('\0', at) != std::string::npos)
-        return refuse_index(archive, "there is something behind the last name");
+        return refuse_index(archive,
+                            "there is something behind the last name, which ends at 0x%" PRIx64,
+                            names_at + at);
     return true;
 }
 
@@ -61,9 +75,11 @@ bool is_renewed(const archive_change& change) {
 bool read_index(const old_archive& archive, symbol_index& index) {
     const archive_member& member = archive.members[*archive.index];
     if (member.size < 4)
-        return refuse_index(archive, "it has no count");
+        return refuse_index(archive, "its size %" PRIu64 " is below the 4 of its count",
+                            member.size);
     if (member.size > index_limit)
-        return refuse_index(archive, "it is too large");
+        return refuse_index(archive, "its size %" PRIu64 " is above %" PRIu64, member.size,
+                            index_limit);
     gen_stream& stream = *archive.stream;
     const gen_block block = gen_new_block(member.size);
     if (gen_seek(stream, static_cast<int64_t>(member.data), GEN_SEEK_SET) != 0 ||
@@ -72,7 +88,8 @@ bool read_index(const old_archive& archive, symbol_index& index) {
     uint32_t count = 0;
     elf_decoder{block.bytes.get(), true, false}.u32(count);
     if (count > (block.size - 4) / 4)
-        return refuse_index(archive, "the count reaches past its end");
+        return refuse_index(archive, "the count %" PRIu32 " reaches past its end, %" PRIu64, count,
+                            block.size);
     return decode_entries(archive, block, count, index);
 }
 
@@ -130,8 +147,9 @@ uint64_t index_size(const symbol_index& index) {
 bool encode_index(const char* archive_name, const symbol_index& index,
                   std::span<const uint64_t> positions, std::string& bytes) {
     if (!index.entries.empty() && positions[index.entries.back().member] > UINT32_MAX) {
-        gen_error("archive '%s', member '/': a symbol index reaches no further than 4 GiB",
-                  archive_name);
+        gen_error("archive '%s', member '/': a symbol index reaches no further than 4 GiB, and its "
+                  "last entry leads to 0x%" PRIx64,
+                  archive_name, positions[index.entries.back().member]);
         return false;
     }
     bytes.assign(index_size(index), '\0');

@@ -180,25 +180,32 @@ bool make_plan(const char* name, field_image& image, const coff_form& form,
     const uint64_t headers_end =
         plan.sections_at + uint64_t{header.f_nscns} * section_header_size(form);
     if (headers_end > image.bytes.size())
-        return report_damage(name, "the headers reach past the end of the file");
+        return report_damage(name,
+                             "f_opthdr %u and f_nscns %u: the headers reach to 0x%" PRIx64
+                             ", past the end of the file, 0x%" PRIx64,
+                             unsigned{header.f_opthdr}, unsigned{header.f_nscns}, headers_end,
+                             file_size);
     image.at = plan.sections_at;
     plan.lines_at = lowest_line_pointer(image, form, header.f_nscns);
 
     int32_t cut_at = static_cast<int32_t>(header.f_symptr);
     if (plan.lines_at != 0)
         cut_at = std::min(cut_at, plan.lines_at);
-    if (cut_at < 0 || static_cast<uint64_t>(cut_at) > file_size)
-        return report_damage(name,
-                             "symbols or line numbers begin at 0x%" PRIx32 ", outside the file",
-                             static_cast<uint32_t>(cut_at));
-    if (cut_at != 0 && static_cast<uint64_t>(cut_at) < headers_end)
-        return report_damage(name,
-                             "symbols or line numbers begin at 0x%" PRIx32 ", inside the headers",
-                             static_cast<uint32_t>(cut_at));
     plan.cut_at = static_cast<uint32_t>(cut_at);
+    const char* const field = plan.cut_at == header.f_symptr ? "f_symptr" : "s_lnnoptr";
+    if (cut_at < 0 || plan.cut_at > file_size)
+        return report_damage(name, "%s 0x%" PRIx32 " is outside the file, which ends at 0x%" PRIx64,
+                             field, plan.cut_at, file_size);
+    if (cut_at != 0 && plan.cut_at < headers_end)
+        return report_damage(name,
+                             "%s 0x%" PRIx32 " is inside the headers, which end at 0x%" PRIx64,
+                             field, plan.cut_at, headers_end);
     plan.strings_at = header.f_symptr + uint64_t{form.sym_entry_size} * header.f_nsyms;
     if (plan.strings_at > UINT32_MAX)
-        return report_damage(name, "f_nsyms %" PRIu32 " is too large", header.f_nsyms);
+        return report_damage(name,
+                             "f_nsyms %" PRIu32 ": the string table would begin at 0x%" PRIx64
+                             ", above 0xffffffff",
+                             header.f_nsyms, plan.strings_at);
     return true;
 }
 
@@ -259,7 +266,10 @@ std::optional<uint64_t> strip_in_place(gen_stream& stream, const char* name, con
                                        const objinfo& info) {
     field_image first = read_field_image(stream, 0, header_size(form), form.big_endian);
     if (first.bytes.size() < header_size(form)) {
-        report_damage(name, "the file header reaches past the end of the file");
+        report_damage(name,
+                      "the file header of %" PRIu64 " bytes reaches past the end of the file, "
+                      "0x%" PRIx64,
+                      header_size(form), stream.size);
         return std::nullopt;
     }
     coff_header header = read_header(first, form);

@@ -26,9 +26,9 @@ bool read_program_headers(elf_image& image) {
     if (readable && head.e_phnum != 0 &&
         !holds_table(image, head.e_phoff, head.e_phnum, program_header_stride(image)))
         return report_damage(image.name,
-                             "program header table of %u entries at e_phoff 0x%" PRIx64
-                             " reaches past the end of the file",
-                             unsigned{head.e_phnum}, head.e_phoff);
+                             "program header table at e_phoff 0x%" PRIx64
+                             " with e_phnum %u reaches past the end of the file, 0x%" PRIx64,
+                             head.e_phoff, unsigned{head.e_phnum}, image.stream->size);
     return elf_read_progheaders(*image.stream, image.proghead, head.e_phnum, head.e_phoff,
                                 head.e_phentsize, image.elfbits);
 }
@@ -42,9 +42,9 @@ bool read_section_headers(elf_image& image) {
                              unsigned{elf_section_header_size(image.elfbits)});
     if (!holds_table(image, head.e_shoff, head.e_shnum, section_header_stride(image)))
         return report_damage(image.name,
-                             "section header table of %" PRIu32 " entries at e_shoff 0x%" PRIx64
-                             " reaches past the end of the file",
-                             head.e_shnum, head.e_shoff);
+                             "section header table at e_shoff 0x%" PRIx64 " with e_shnum %" PRIu32
+                             " reaches past the end of the file, 0x%" PRIx64,
+                             head.e_shoff, head.e_shnum, image.stream->size);
     return elf_read_secheaders(*image.stream, image.sechead, head.e_shnum, head.e_shoff,
                                head.e_shentsize, image.elfbits);
 }
@@ -52,10 +52,18 @@ bool read_section_headers(elf_image& image) {
 // Section 0 stands for no section: but for the fields of extended numbering it is all zero.
 bool section_zero_is_sound(const elf_image& image) {
     const elf_section_header& zero = image.sechead[0];
-    const bool sound = zero.sh_name == 0 && zero.sh_type == 0 && zero.sh_flags == 0 &&
-                       zero.sh_addr == 0 && zero.sh_offset == 0 && zero.sh_addralign == 0 &&
-                       zero.sh_entsize == 0;
-    return sound || report_damage(image.name, "section header 0 is not all zero");
+    const struct {
+        const char* name;
+        uint64_t value;
+    } fields[] = {{"sh_name", zero.sh_name},      {"sh_type", zero.sh_type},
+                  {"sh_flags", zero.sh_flags},    {"sh_addr", zero.sh_addr},
+                  {"sh_offset", zero.sh_offset},  {"sh_addralign", zero.sh_addralign},
+                  {"sh_entsize", zero.sh_entsize}};
+    for (const auto& field : fields)
+        if (field.value != 0)
+            return report_damage(image.name, "%s 0x%" PRIx64 " of section header 0 is not 0",
+                                 field.name, field.value);
+    return true;
 }
 
 bool read_section_names(elf_image& image) {
@@ -122,6 +130,6 @@ bool holds_section(const elf_image& image, uint32_t index) {
         return true;
     return report_damage(image.name,
                          "section %" PRIu32 " at sh_offset 0x%" PRIx64 " with sh_size 0x%" PRIx64
-                         " reaches past the end of the file",
-                         index, section.sh_offset, section.sh_size);
+                         " reaches past the end of the file, 0x%" PRIx64,
+                         index, section.sh_offset, section.sh_size, image.stream->size);
 }

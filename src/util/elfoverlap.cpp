@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <string>
 
 #include "util/report.h"
 
@@ -41,6 +42,22 @@ std::vector<claimed_range> claimed_ranges(const elf_image& image, const section_
     return ranges;
 }
 
+bool report_shared(const elf_image& image, const claimed_range& removed,
+                   const claimed_range& other) {
+    std::string owner = "a header";
+    uint64_t size = other.end - other.start;
+    if (other.section != 0) {
+        owner = "section " + std::to_string(other.section);
+        size = image.sechead[other.section].sh_size;
+    }
+    return report_damage(image.name,
+                         "section %" PRIu32 ", which is to go, at sh_offset 0x%" PRIx64
+                         " with sh_size 0x%" PRIx64 " shares bytes with %s at 0x%" PRIx64
+                         " with size 0x%" PRIx64,
+                         removed.section, removed.start, image.sechead[removed.section].sh_size,
+                         owner.c_str(), other.start, size);
+}
+
 } // namespace
 
 bool removal_is_safe(const elf_image& image, const section_plan& plan) {
@@ -50,12 +67,10 @@ bool removal_is_safe(const elf_image& image, const section_plan& plan) {
     for (const claimed_range& range : claimed_ranges(image, plan)) {
         const bool removed_meets_earlier = range.removed && range.start < furthest.end;
         const bool meets_earlier_removed = range.start < furthest_removed.end;
-        if (removed_meets_earlier || meets_earlier_removed)
-            return report_damage(image.name,
-                                 "section %" PRIu32 ", which is to be removed, shares bytes at "
-                                 "offset 0x%" PRIx64 " with another section or a header",
-                                 removed_meets_earlier ? range.section : furthest_removed.section,
-                                 range.start);
+        if (removed_meets_earlier)
+            return report_shared(image, range, furthest);
+        if (meets_earlier_removed)
+            return report_shared(image, furthest_removed, range);
         if (range.end > furthest.end)
             furthest = range;
         if (range.removed && range.end > furthest_removed.end)

@@ -163,8 +163,8 @@ bool names_symbols(const elf_image& image, const symbol_plan& symbols,
             break;
     }
     return report_damage(image.name,
-                         "relocation %" PRIu64 " of section %" PRIu32 " names symbol %" PRIu32
-                         ", but there are only %zu",
+                         "r_info of relocation %" PRIu64 " of section %" PRIu32
+                         " names symbol %" PRIu32 ", but there are only %zu",
                          piece.first + k, table.section, symbol, symbol_count);
 }
 

@@ -13,8 +13,8 @@ bool check_symbol_table(const elf_image& image, uint32_t index) {
     if (symtab.sh_link == 0 || symtab.sh_link >= image.sechead.size())
         return report_damage(image.name,
                              "sh_link %" PRIu32 " of symbol table section %" PRIu32
-                             " names no string table",
-                             symtab.sh_link, index);
+                             " names no string table among sections 1 to %zu",
+                             symtab.sh_link, index, image.sechead.size() - 1);
     if (symtab.sh_entsize != 0 && symtab.sh_entsize < standard)
         return report_damage(image.name,
                              "sh_entsize %" PRIu64 " of symbol table section %" PRIu32
@@ -23,8 +23,10 @@ bool check_symbol_table(const elf_image& image, uint32_t index) {
     if (!holds_section(image, index))
         return false;
     if (symtab.sh_size / (symtab.sh_entsize != 0 ? symtab.sh_entsize : standard) >= symbol_gone)
-        return report_damage(image.name, "symbol table section %" PRIu32 " has too many entries",
-                             index);
+        return report_damage(image.name,
+                             "sh_size 0x%" PRIx64 " of symbol table section %" PRIu32
+                             " holds more than %" PRIu32 " entries",
+                             symtab.sh_size, index, symbol_gone);
     return true;
 }
 
@@ -48,8 +50,8 @@ bool read_symbol_table(elf_image& image, uint32_t symtab_index, symbol_plan& sym
                         index_table ? &words : nullptr, image.elfbits);
     if (!table)
         return report_damage(image.name,
-                             "a symbol has its section index behind the end of the extended index "
-                             "table of %zu words",
+                             "a symbol with st_shndx 0xffff lies behind the end of the extended "
+                             "index table of %zu words",
                              words.size());
     symbols.symbols = std::move(*table);
     return true;

@@ -181,13 +181,16 @@ TEST(lbm, refuses_without_a_trace) {
              {archive({{.name = "#1/12", .data = "__.SYMDEF\0\0\0"s}}), "m.o\n", "of this form"},
              {archive({{.name = "/", .data = ar_index({})}, {.name = "/"}}), "m.o\n",
               "there is a symbol index before"},
-             {index("\0\0\0"s), "m.o\n", "no count"},
-             {index("\xff\xff\xff\xff"s), "m.o\n", "count reaches past"},
-             {index(ar_index({{"abc", header + 2}})), "m.o\n", "leads to no member"},
-             {index(ar_index({{"abcd", header}}).substr(0, 12)), "m.o\n", "before the last name"},
-             {index(ar_index({{"ab", header}}) + "x"), "m.o\n", "behind the last name"},
+             {index("\0\0\0"s), "m.o\n", "its size 3 is below the 4"},
+             {index("\xff\xff\xff\xff"s), "m.o\n", "the count 4294967295 reaches past its end, 4"},
+             {index(ar_index({{"abc", header + 2}})), "m.o\n",
+              "entry 0 leads to 0x52, to no member"},
+             {index(ar_index({{"abcd", header}}).substr(0, 12)), "m.o\n",
+              "its size 12 ends before the last of 1 names"},
+             {index(ar_index({{"ab", header}}) + "x"), "m.o\n",
+              "behind the last name, which ends at 0xb"},
              {archive({}, build_ar_member(OBJ_ARCHIVE, {.name = "n/", .size = "1"})), "m.o\n",
-              "member 'n': it reaches past the end"},
+              "member 'n': its size 1, at 0x"},
              {archive({{.name = "bad/", .end = "xx"}}), "m.o\n", "Unexpected chars"},
              {build_archive(OBJ_ELFARCHIVE, {}), "", "no archive of a form"},
              {"", "m.o\n", "no archive of a form"},
@@ -203,6 +206,9 @@ TEST(lbm, refuses_without_a_trace) {
         const run_result result = place.command(lbm + refusal.arguments);
         EXPECT_EQ(result.status, 1) << refusal.complaint;
         EXPECT_EQ(result.err.substr(0, 12), "lbm: error: ");
+        EXPECT_NE(result.err.find(refusal.complaint.starts_with("usage") ? "" : "x.a'"),
+                  std::string::npos)
+            << result.err;
         EXPECT_NE(result.err.find(refusal.complaint), std::string::npos) << result.err;
         EXPECT_TRUE(place.state("x.a") == before) << refusal.complaint;
         EXPECT_EQ(place.list(), split("damaged list m.o other text x.a")) << refusal.complaint;

@@ -128,9 +128,9 @@ TEST(coffstrip, wrong_numbers) {
     const std::vector<wrong_numbers> groups = {
         {damage, 2, 2, {(size - 48) / 40 + 1}},
         {damage, 16, 2, {size - 139}},
-        {damage, 8, 4, {0x80000000, headers_end - 1}},
-        {damage, 12, 4, {0xFFFFFFFF}},
-        {damage, lines, 4, {0xFFFFFFFF, 1}},
+        {damage + "f_symptr 0x", 8, 4, {0x80000000, headers_end - 1}},
+        {damage + "f_nsyms 4294967295", 12, 4, {0xFFFFFFFF}},
+        {damage + "s_lnnoptr 0x", lines, 4, {0xFFFFFFFF, 1}},
         {no_symbols, 12, 4, {0}},
         {unread, strings, 4, {14, 0xFFFFFFFF}, true},
         {"", 12, 4, {100}, true},

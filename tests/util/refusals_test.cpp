@@ -1,5 +1,6 @@
 // Files that are refused, damaged or cannot be replaced: they keep every byte, nothing is left
 // beside them, and the run goes on unless the message says fatal.
+#include <cinttypes>
 #include <gtest/gtest.h>
 
 #include "support/elf_builder.h"
@@ -10,8 +11,9 @@ namespace {
 
 // Runs on a bad file and a good one. The bad one must stay as it is, and the good one be stripped
 // if the run goes on. What was said must be one line that begins with the text, and be no longer
-// if the text is a whole line.
-void refuse(const std::string& bad, const std::string& expected, const std::string& options = "") {
+// if the text is a whole line. Returns it.
+std::string refuse(const std::string& bad, const std::string& expected,
+                   const std::string& options = "") {
     work_place place;
     const std::string good = build_elf(sample_draft(elf_forms[3], false));
     place.put("bad.elf", bad);
@@ -24,6 +26,13 @@ void refuse(const std::string& bad, const std::string& expected, const std::stri
     EXPECT_TRUE(place.state("bad.elf") == before);
     EXPECT_EQ(place.list(), split("bad.elf good.elf"));
     EXPECT_EQ(place.get("good.elf") == good, expected.find("fatal") != std::string::npos);
+    return result.err;
+}
+
+std::string in_hex(uint64_t value) {
+    char text[20];
+    snprintf(text, sizeof text, "0x%" PRIx64, value);
+    return text;
 }
 
 const std::string error = "objtrim: error: ";
@@ -79,9 +88,15 @@ TEST(refusals, wrong_numbers) {
             const uint64_t other =
                 get_field(file, one.other, section_index(file, one.other_section));
             SCOPED_TRACE(form.name + (", row " + std::to_string(&one - refusals)));
-            set_field(file, one.which, one.value + (one.other == field::word ? 0 : other),
-                      section_index(file, one.section));
-            refuse(file, one.said);
+            const uint32_t section = section_index(file, one.section);
+            set_field(file, one.which, one.value + (one.other == field::word ? 0 : other), section);
+            const std::string said = refuse(file, one.said);
+            // Damage is told with the value of the field, as it was read.
+            const uint64_t value = get_field(file, one.which, section);
+            if (one.said == damaged)
+                EXPECT_TRUE(said.find(in_hex(value)) != std::string::npos ||
+                            said.find(" " + std::to_string(value) + " ") != std::string::npos)
+                    << said;
         }
 }
 
