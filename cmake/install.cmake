@@ -4,8 +4,8 @@ include(GNUInstallDirs)
 
 set(OBJTRIM_STRIPPER "" CACHE FILEPATH "The objtrim that strips what is installed of a release; \
 empty: the one that is built, if it runs here")
-set(OBJTRIM_PACKAGE_CONTACT "objtrim maintainers <objtrim@example.org>" CACHE STRING
-    "Whom the packages name as their maintainer")
+set(OBJTRIM_PACKAGE_CONTACT "" CACHE STRING
+    "Whom the packages name as their maintainer; empty: as DEBFULLNAME and DEBEMAIL say")
 
 set(installed_programs objtrim)
 if(TARGET lbm)
@@ -29,9 +29,11 @@ endif()
 
 file(GLOB manual_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.1)
 file(GLOB documents CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
-install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
-    DESTINATION ${CMAKE_INSTALL_DOCDIR})
+foreach(document README CHANGELOG CONTRIBUTING)
+    install(FILES ${PROJECT_SOURCE_DIR}/${document}.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+endforeach()
 install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/benchmarks DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 if(WIN32)
     install(FILES ${manual_pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 else()
@@ -58,7 +60,15 @@ string(REGEX MATCH "v([0-9]+\\.[0-9]+\\.[0-9]+)" stamp "${stamp}")
 set(CPACK_PACKAGE_VERSION ${CMAKE_MATCH_1})
 set(CPACK_PACKAGE_NAME objtrim)
 set(CPACK_PACKAGE_VENDOR "objtrim")
-set(CPACK_PACKAGE_CONTACT "${OBJTRIM_PACKAGE_CONTACT}")
+# Who builds a package answers for it. A package has to name someone; the top-level domain "invalid"
+# is reserved for addresses that lead nowhere.
+if(OBJTRIM_PACKAGE_CONTACT)
+    set(CPACK_PACKAGE_CONTACT "${OBJTRIM_PACKAGE_CONTACT}")
+elseif(DEFINED ENV{DEBFULLNAME} AND DEFINED ENV{DEBEMAIL})
+    set(CPACK_PACKAGE_CONTACT "$ENV{DEBFULLNAME} <$ENV{DEBEMAIL}>")
+else()
+    set(CPACK_PACKAGE_CONTACT "Unknown builder <unknown@invalid>")
+endif()
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "strip utility for object files of embedded targets")
 set(CPACK_PACKAGE_DESCRIPTION "Removes symbols, debugging information and line numbers from ELF \
 and COFF files and PE images of any target, and leaves what is loaded at run time as it was.")
