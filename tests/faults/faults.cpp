@@ -3,8 +3,8 @@
 //
 //   OBJTRIM_FAULT  "program:kind:n:mode": of this program, the n-th call of the kind fails. "host"
 //                  is any kind but memory. Modes: once; from, and all calls of the kind after it;
-//                  short, where a transfer moves one byte only; or the number of a signal, which
-//                  the program gets instead.
+//                  short, where a transfer moves one byte only; again, where it is interrupted; or
+//                  the number of a signal, which the program gets instead.
 //   OBJTRIM_COUNT  a file to which the calls of a run are appended: "program kind count" lines
 //
 // Time passes only while the program sleeps, so that nobody has to wait for its timeouts.
@@ -21,7 +21,10 @@
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+extern "C" FILE* __real_fopen(const char* name, const char* mode);
 
 namespace {
 
@@ -72,7 +75,7 @@ __attribute__((constructor)) void read_wish() {
 
 __attribute__((destructor)) void tell_counts() {
     const char* const name = getenv("OBJTRIM_COUNT");
-    FILE* const file = name != nullptr ? fopen(name, "a") : nullptr;
+    FILE* const file = name != nullptr ? __real_fopen(name, "a") : nullptr;
     for (int i = 0; file != nullptr && i < fault_kinds; ++i)
         fprintf(file, "%s %s %u\n", program_invocation_short_name, kind_names[i], counts[i]);
     if (file != nullptr)
@@ -94,7 +97,7 @@ bool fails(fault_kind kind, int error) {
     if (kind != FAULT_MEMORY)
         struck = is_struck(FAULT_HOST) || struck;
     if (struck)
-        errno = error;
+        errno = wanted_mode[0] == 'a' ? EINTR : error;
     return struck;
 }
 
@@ -133,8 +136,11 @@ FAULTY(int, fstatat, (int d, const char* n, struct stat* s, int f), (d, n, s, f)
 FAULTY(int, faccessat, (int d, const char* n, int m, int f), (d, n, m, f), FAULT_STATUS, EIO, -1)
 FAULTY(ssize_t, readlink, (const char* n, char* b, size_t s), (n, b, s), FAULT_STATUS, EIO, -1)
 FAULTY(char*, getcwd, (char* b, size_t s), (b, s), FAULT_STATUS, EIO, nullptr)
-FAULTY(passwd*, getpwuid, (uid_t u), (u), FAULT_STATUS, EIO, nullptr)
+FAULTY(FILE*, fopen, (const char* n, const char* m), (n, m), FAULT_OPEN, EMFILE, nullptr)
+FAULTY(passwd*, fgetpwent, (FILE* f), (f), FAULT_STATUS, EIO, nullptr)
 FAULTY(int, posix_spawn, (pid_t* p, const char* n, const posix_spawn_file_actions_t* a, const posix_spawnattr_t* t, char* const* v, char* const* e), (p, n, a, t, v, e), FAULT_CHILD, EAGAIN, EAGAIN)
+FAULTY(pid_t, waitpid, (pid_t p, int* s, int o), (p, s, o), FAULT_CHILD, ECHILD, -1)
+FAULTY(int, gethostname, (char* n, size_t s), (n, s), FAULT_STATUS, EIO, -1)
 FAULTY(void*, calloc, (size_t n, size_t s), (n, s), FAULT_MEMORY, ENOMEM, nullptr)
 FAULTY(void*, realloc, (void* b, size_t s), (b, s), FAULT_MEMORY, ENOMEM, nullptr)
 // clang-format on

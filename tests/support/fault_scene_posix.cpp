@@ -140,8 +140,9 @@ void fault_scene::expect_recovery(const std::string& fault) {
 int fault_scene::strike() {
     int runs = 0;
     for (const auto& [kind, count] : run_well())
-        for (const std::string mode : {"once", "from", "short"}) {
-            if (mode == "short" && kind != "read" && kind != "write")
+        for (const std::string mode : {"once", "from", "short", "again"}) {
+            const bool is_transfer = mode == "short" || mode == "again";
+            if (is_transfer && kind != "read" && kind != "write")
                 continue;
             if (kind == "host" && mode == "once")
                 continue; // the same as in its own kind
@@ -149,7 +150,9 @@ int fault_scene::strike() {
             for (unsigned call = 1; call <= count; call += step, ++runs) {
                 const std::string fault =
                     struck + ":" + kind + ":" + std::to_string(call) + ":" + mode;
-                EXPECT_EQ(judge(run(fault), kind), "") << line << " " << fault;
+                const run_result result = run(fault);
+                EXPECT_EQ(judge(result, kind), "") << line << " " << fault;
+                EXPECT_TRUE(result.status == 0 || mode != "again") << line << " " << fault;
                 expect_recovery(fault);
             }
         }
