@@ -40,9 +40,7 @@ bool is_named_for_removal(const elf_image& image, const elf_section_header& sect
 bool section_is_removed(const elf_image& image, uint32_t index, removal_names& names) {
     const elf_section_header& section = image.sechead[index];
     const char* name = section_name(image, section);
-    if (index == 0 && section.sh_name == 0 && section.sh_type == 0 && section.sh_offset == 0)
-        return false;
-    if (section.sh_flags & SHF_ALLOC)
+    if (index == 0 || section.sh_flags & SHF_ALLOC)
         return false;
     if (is_one_of(name, {".shstrtab", ".symtab_shndx"}))
         return false;

@@ -2,6 +2,7 @@
 // in children of the test.
 #include <filesystem>
 #include <tuple>
+#include <unistd.h>
 
 #include "shared/gencmdline.h"
 #include "shared/genout.h"
@@ -41,10 +42,49 @@ TEST_F(indgen, install_directory_follows_the_first_line_beside_the_program) {
         {"rel/dir\r\n", gen_join(place.directory, "rel/dir")},
         {"~/t", gen_join(host_home_directory(), "t")},
         {"~t", gen_join(place.directory, "~t")},
+        {"~", host_home_directory()},
+        {"\n", ""},
     };
     for (const auto& [text, expected] : rows) {
         place.put(".redirect_host32", text);
         expect_start(place.path("tool"), "tool", expected);
+    }
+}
+
+TEST_F(indgen, a_directory_that_cannot_be_told_is_warned_of_once) {
+    const auto body = [] {
+        for (int type : {1, 5, 4, 3, 2})
+            EXPECT_FALSE(gen_getinstalldir(type));
+        _exit(HasFailure() ? 1 : child_returned);
+    };
+    const std::string end = " returns NULL\n\tmost likely gen_init() was not called with the "
+                            "correct argv[0] value\n";
+    expect_text(body, "objtrim: warning: gen_getinstalldir(): Unsupported install type\n"
+                      "objtrim: warning: gen_getprogdir(): for (null)" +
+                          end + "objtrim: warning: gen_getinstalldir(): for (null)" + end);
+}
+
+// Only the installation as a whole is settled by the first look; parts wait until it is known what
+// kind it is.
+TEST_F(indgen, answers_are_kept_unless_the_installation_is_of_the_other_kind) {
+    for (const bool kestrel : {false, true}) {
+        if (kestrel)
+            place.put(".rtos_is_kestrel", "");
+        const auto body = [&] {
+            const std::string path = place.path("tool");
+            int argc = 1;
+            const char* argv[] = {path.c_str(), nullptr};
+            gen_init(argv[0], argc, argv, {});
+            for (int round = 0; round < 2; ++round) {
+                for (int type : {4, 2})
+                    fprintf(stderr, "%s;",
+                            gen_last_component(gen_getinstalldir(type).value()).data());
+                place.put(".redirect_host32", "moved");
+            }
+        };
+        const std::string here(gen_last_component(place.directory));
+        expect_text(body, here + ";" + here + ";" + here + ";" + (kestrel ? "moved;" : here + ";"));
+        std::filesystem::remove(".redirect_host32");
     }
 }
 

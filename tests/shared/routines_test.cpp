@@ -8,6 +8,7 @@
 #include "shared/genmem.h"
 #include "shared/genout.h"
 #include "support/child.h"
+#include "util/elfstrings.h"
 #include "util/version.h"
 
 namespace {
@@ -38,6 +39,19 @@ TEST_F(routines, wrong_requests_are_told) {
     expect_fatal(
         {{[] { gen_str64(nullptr, 1, 'x'); }, "gen_str64(): Buffer to fill is NULL"},
          {[&] { gen_str64(&byte, 1, 'o'); }, "gen_str64(): Unrecognized format character"}});
+    elf_byte_order = ELF_ORDER_BIG;
+    std::byte entry[8];
+    string_move full, middle = prepare_strings("abc", 4);
+    append_string(full, "", UINT32_MAX);
+    middle.old.size = UINT64_MAX;
+    middle.newstrsize = UINT32_MAX - 1;
+    expect_fatal({{[] { elf_index_in(0x10000); }, "Invalid section"},
+                  {[&] {
+                       elf_encode_rel(entry, {0, uint64_t{1} << 56}, 32);
+                   },
+                   "ELF file overflow"},
+                  {[&] { append_string(full, "", 1); }, "64-bit value truncated"},
+                  {[&] { move_string(middle, 2); }, "64-bit value truncated"}});
     EXPECT_EQ(gen_read(stream->descriptor, &byte, 1), 1);
     EXPECT_EQ(byte, 'a');
     EXPECT_FALSE(gen_open("f", "x"));

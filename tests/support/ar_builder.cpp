@@ -70,11 +70,12 @@ std::vector<ar_draft> with_long_names(std::vector<ar_draft> drafts) {
     for (ar_draft& draft : drafts) {
         const std::string reference = "/" + std::to_string(table.size());
         draft.name += '/';
-        if (draft.name.size() > 16) {
+        if (draft.name.size() > 16 || draft.name.starts_with("#1")) {
             table += draft.name + "\n";
             draft.name = reference;
         }
     }
+    table.resize(even(table.size()), '\n');
     if (!table.empty())
         drafts.insert(drafts.begin(), {.name = "//", .data = table});
     return drafts;

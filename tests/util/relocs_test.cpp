@@ -21,6 +21,18 @@ TEST(relocs, are_renumbered_and_go_with_their_symbols) {
          | T lS .text; b gF .text; @.rel.text 2 2 b; @.rela.text 3 3 T 5 |)");
 }
 
+// Tables that take several blocks of memory.
+TEST(relocs, of_large_tables) {
+    std::string entries = "x | a lF .text; b gF .text", kept = "| b gF .text";
+    for (int i = 0; i < 50'000; ++i) {
+        const std::string entry = "; @.rela.text " + std::to_string(i) + " 1 ";
+        entries += entry + (i % 3 == 0 ? "a" : "b 7");
+        kept += i % 3 == 0 ? "" : entry + "b 7";
+    }
+    for (const elf_form& form : {elf_forms[0], elf_forms[3]})
+        check_strips({.elf = base_draft(form)}, "-x -bl=a -bl=" + entries + kept + " |");
+}
+
 // Also those that count in another symbol table. Other entries than those of relocations are
 // copied.
 TEST(relocs, of_sections_with_other_types_tables_and_entry_sizes) {

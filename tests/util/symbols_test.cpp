@@ -1,7 +1,10 @@
 // Which symbols stay, how they and their strings are renumbered, and what ends the program.
 #include <algorithm>
+#include <filesystem>
 #include <gtest/gtest.h>
 
+#include "support/elf_reader.h"
+#include "support/runner.h"
 #include "support/symbol_builder.h"
 
 namespace {
@@ -64,6 +67,38 @@ TEST(symbols, strings_are_moved_whole_in_the_order_of_first_use) {
                                     expected + std::string(-expected.size() % form.word(), '|')),
                       "")
                 << form.name << strings;
+}
+
+// More than one block of text, and a text larger than a block.
+TEST(symbols, strings_of_any_length_are_written_in_order) {
+    std::string entries, kept, strings = "|", expected = "|";
+    for (const size_t length : {100'000, 200'000, 300'000}) {
+        const std::string name(length, static_cast<char>('a' + length / 100'000));
+        entries += name + " gN ABS; gone gN ABS; ";
+        kept += name + " gN ABS; ";
+        strings += name + "|gone|";
+        expected += name + "|";
+    }
+    entries += "last gN ABS";
+    kept += "last gN ABS";
+    strings += "last|";
+    expected += "last|";
+    expected.resize((expected.size() + 7) / 8 * 8, '|');
+    EXPECT_EQ(strip_symbols("-x -bl=gone", {entries, strings}, kept, expected), "");
+}
+
+TEST(symbols, an_empty_string_table_holds_the_empty_name) {
+    for (const elf_form& form : elf_forms) {
+        symbol_draft draft{.entries = "'' lN .line; '' lN .text; '' gN .data",
+                           .changes = {{".strtab", field::sh_size, 0}},
+                           .elf = base_draft(form)};
+        work_place place;
+        place.put("f", build_symbols(draft));
+        const size_t size = section_content(place.get("f"), ".symtab").size();
+        EXPECT_EQ(place.trim("-x -bl=a -wl=b* f").err, "");
+        EXPECT_EQ(section_content(place.get("f"), ".symtab").size(), size / 4 * 3);
+        EXPECT_EQ(section_content(place.get("f"), ".strtab"), "");
+    }
 }
 
 TEST(symbols, section_names_that_share_their_strings_move_along) {
@@ -159,6 +194,23 @@ TEST(symbols, damage_is_refused) {
         }
     EXPECT_EQ(strip_symbols("-x", {"f gF #65535"}),
               "objtrim: fatal: symbol requires SYMTAB_SHNDX mapping");
+}
+
+// In a file that is large enough to hold them.
+TEST(symbols, more_entries_than_can_be_numbered_are_refused) {
+    constexpr uint64_t begin = 1 << 20, size = 24 * uint64_t{UINT32_MAX};
+    symbol_draft draft{
+        .entries = "a lF .text",
+        .changes = {{".symtab", field::sh_offset, begin}, {".symtab", field::sh_size, size}}};
+    work_place place;
+    place.put("f", build_symbols(draft));
+    std::error_code failed;
+    if (host_has_limits)
+        std::filesystem::resize_file(place.path("f"), begin + size, failed);
+    if (!host_has_limits || failed)
+        GTEST_SKIP() << "this host has no files with holes of that size";
+    EXPECT_NE(place.trim("-x f").err.find("has too many entries"), std::string::npos);
+    EXPECT_EQ(std::filesystem::file_size(place.path("f")), begin + size);
 }
 
 // So many sections stay, with those that are added, beside 100 that go; all of these come first.
