@@ -33,7 +33,7 @@ TEST(company, many_runs_at_once) {
                 place.put(std::to_string(i) + name, bytes);
         const size_t files = place.list().size();
         for (int i = 0; i < runs; ++i)
-            started.push_back(start(place, OBJTRIM_PROGRAM, {std::to_string(i) + "f"},
+            started.push_back(start(place.directory, OBJTRIM_PROGRAM, {std::to_string(i) + "f"},
                                     {"TMP=" + place.path("scratch")}));
         for (int i = 0; i < runs; ++i) {
             const run_result result = end_of(started[static_cast<size_t>(i)]);
@@ -57,7 +57,7 @@ TEST(company, many_runs_on_the_same_file) {
             scene.place->put("f", scene.files["f"]);
             std::vector<process> started;
             for (int i = 0; i < runs; ++i)
-                started.push_back(start(*scene.place, OBJTRIM_PROGRAM, {"f"},
+                started.push_back(start(scene.place->directory, OBJTRIM_PROGRAM, {"f"},
                                         {"TMP=" + scene.place->path("scratch")}));
             int successes = 0;
             for (process& one : started)

@@ -10,7 +10,6 @@
 // Time passes only while the program sleeps, so that nobody has to wait for its timeouts.
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +18,7 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <spawn.h>
+#include <string_view>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -28,36 +28,23 @@ extern "C" FILE* __real_fopen(const char* name, const char* mode);
 
 namespace {
 
-enum fault_kind {
-    FAULT_OPEN,
-    FAULT_READ,
-    FAULT_WRITE,
-    FAULT_SEEK,
-    FAULT_CLOSE,
-    FAULT_RENAME,
-    FAULT_MODE,
-    FAULT_LENGTH,
-    FAULT_DELETE,
-    FAULT_MAKE,
-    FAULT_LOCK,
-    FAULT_LIST,
-    FAULT_TIMES,
-    FAULT_COPY,
-    FAULT_STATUS,
-    FAULT_CHILD,
-    FAULT_MEMORY,
-    FAULT_HOST, // any of the others but memory
-    fault_kinds
-};
 constexpr const char* kind_names[] = {"open",  "read",   "write",  "seek",  "close",  "rename",
                                       "mode",  "length", "delete", "make",  "lock",   "list",
                                       "times", "copy",   "status", "child", "memory", "host"};
-static_assert(sizeof kind_names / sizeof kind_names[0] == fault_kinds);
+constexpr size_t kinds = sizeof kind_names / sizeof kind_names[0];
 
-int wanted_kind = fault_kinds;
+// "host" is any of the others but memory; what is no kind is behind the last.
+constexpr size_t kind_of(std::string_view name) {
+    size_t kind = 0;
+    while (kind < kinds && name != kind_names[kind])
+        ++kind;
+    return kind;
+}
+
+size_t wanted_kind = kinds;
 unsigned wanted_call;
 char wanted_mode[8];
-unsigned counts[fault_kinds];
+unsigned counts[kinds + 1];
 time_t slept;
 
 __attribute__((constructor)) void read_wish() {
@@ -68,21 +55,19 @@ __attribute__((constructor)) void read_wish() {
         sscanf(wish, "%15[^:]:%15[^:]:%u:%7s", program, kind, &wanted_call, wanted_mode) != 4 ||
         strcmp(program, program_invocation_short_name) != 0)
         return;
-    for (int i = 0; i < fault_kinds; ++i)
-        if (strcmp(kind, kind_names[i]) == 0)
-            wanted_kind = i;
+    wanted_kind = kind_of(kind);
 }
 
 __attribute__((destructor)) void tell_counts() {
     const char* const name = getenv("OBJTRIM_COUNT");
     FILE* const file = name != nullptr ? __real_fopen(name, "a") : nullptr;
-    for (int i = 0; file != nullptr && i < fault_kinds; ++i)
+    for (size_t i = 0; file != nullptr && i < kinds; ++i)
         fprintf(file, "%s %s %u\n", program_invocation_short_name, kind_names[i], counts[i]);
     if (file != nullptr)
         fclose(file);
 }
 
-bool is_struck(fault_kind kind) {
+bool is_struck(size_t kind) {
     const unsigned call = ++counts[kind];
     if (kind != wanted_kind || call < wanted_call)
         return false;
@@ -92,10 +77,10 @@ bool is_struck(fault_kind kind) {
 }
 
 // Whether this call is to fail, with the error number set.
-bool fails(fault_kind kind, int error) {
+bool fails(size_t kind, int error) {
     bool struck = is_struck(kind);
-    if (kind != FAULT_MEMORY)
-        struck = is_struck(FAULT_HOST) || struck;
+    if (kind != kind_of("memory"))
+        struck = is_struck(kind_of("host")) || struck;
     if (struck)
         errno = wanted_mode[0] == 'a' ? EINTR : error;
     return struck;
@@ -108,41 +93,44 @@ bool fails(fault_kind kind, int error) {
     extern "C" result __real_##name parameters;                                                    \
     extern "C" result __wrap_##name parameters;                                                    \
     result __wrap_##name parameters {                                                              \
-        if (fails(kind, error))                                                                    \
+        if (fails(kind_of(kind), error))                                                           \
             return failed;                                                                         \
         return __real_##name arguments;                                                            \
     }
 
+// Arguments of the open family that a call leaves out are handed on unseen.
 // clang-format off
-FAULTY(off_t, lseek, (int d, off_t o, int w), (d, o, w), FAULT_SEEK, EINVAL, -1)
-FAULTY(int, rename, (const char* a, const char* b), (a, b), FAULT_RENAME, EACCES, -1)
-FAULTY(int, chmod, (const char* n, mode_t m), (n, m), FAULT_MODE, EPERM, -1)
-FAULTY(int, fchmod, (int d, mode_t m), (d, m), FAULT_MODE, EPERM, -1)
-FAULTY(int, fchown, (int d, uid_t u, gid_t g), (d, u, g), FAULT_MODE, EPERM, -1)
-FAULTY(int, truncate, (const char* n, off_t l), (n, l), FAULT_LENGTH, EIO, -1)
-FAULTY(int, unlink, (const char* n), (n), FAULT_DELETE, EACCES, -1)
-FAULTY(int, unlinkat, (int d, const char* n, int f), (d, n, f), FAULT_DELETE, EACCES, -1)
-FAULTY(int, rmdir, (const char* n), (n), FAULT_DELETE, EACCES, -1)
-FAULTY(int, mkdir, (const char* n, mode_t m), (n, m), FAULT_MAKE, ENOSPC, -1)
-FAULTY(int, flock, (int d, int o), (d, o), FAULT_LOCK, EIO, -1)
-FAULTY(DIR*, fdopendir, (int d), (d), FAULT_LIST, ENOMEM, nullptr)
-FAULTY(dirent*, readdir, (DIR* d), (d), FAULT_LIST, EIO, nullptr)
-FAULTY(int, utimensat, (int d, const char* n, const timespec* t, int f), (d, n, t, f), FAULT_TIMES, EPERM, -1)
-FAULTY(ssize_t, copy_file_range, (int a, off_t* x, int b, off_t* y, size_t s, unsigned f), (a, x, b, y, s, f), FAULT_COPY, EIO, -1)
-FAULTY(int, stat, (const char* n, struct stat* s), (n, s), FAULT_STATUS, EIO, -1)
-FAULTY(int, lstat, (const char* n, struct stat* s), (n, s), FAULT_STATUS, EIO, -1)
-FAULTY(int, fstat, (int d, struct stat* s), (d, s), FAULT_STATUS, EIO, -1)
-FAULTY(int, fstatat, (int d, const char* n, struct stat* s, int f), (d, n, s, f), FAULT_STATUS, EIO, -1)
-FAULTY(int, faccessat, (int d, const char* n, int m, int f), (d, n, m, f), FAULT_STATUS, EIO, -1)
-FAULTY(ssize_t, readlink, (const char* n, char* b, size_t s), (n, b, s), FAULT_STATUS, EIO, -1)
-FAULTY(char*, getcwd, (char* b, size_t s), (b, s), FAULT_STATUS, EIO, nullptr)
-FAULTY(FILE*, fopen, (const char* n, const char* m), (n, m), FAULT_OPEN, EMFILE, nullptr)
-FAULTY(passwd*, fgetpwent, (FILE* f), (f), FAULT_STATUS, EIO, nullptr)
-FAULTY(int, posix_spawn, (pid_t* p, const char* n, const posix_spawn_file_actions_t* a, const posix_spawnattr_t* t, char* const* v, char* const* e), (p, n, a, t, v, e), FAULT_CHILD, EAGAIN, EAGAIN)
-FAULTY(pid_t, waitpid, (pid_t p, int* s, int o), (p, s, o), FAULT_CHILD, ECHILD, -1)
-FAULTY(int, gethostname, (char* n, size_t s), (n, s), FAULT_STATUS, EIO, -1)
-FAULTY(void*, calloc, (size_t n, size_t s), (n, s), FAULT_MEMORY, ENOMEM, nullptr)
-FAULTY(void*, realloc, (void* b, size_t s), (b, s), FAULT_MEMORY, ENOMEM, nullptr)
+FAULTY(int, open, (const char* n, int f, mode_t m), (n, f, m), "open", EMFILE, -1)
+FAULTY(int, openat, (int d, const char* n, int f, mode_t m), (d, n, f, m), "open", EMFILE, -1)
+FAULTY(off_t, lseek, (int d, off_t o, int w), (d, o, w), "seek", EINVAL, -1)
+FAULTY(int, rename, (const char* a, const char* b), (a, b), "rename", EACCES, -1)
+FAULTY(int, chmod, (const char* n, mode_t m), (n, m), "mode", EPERM, -1)
+FAULTY(int, fchmod, (int d, mode_t m), (d, m), "mode", EPERM, -1)
+FAULTY(int, fchown, (int d, uid_t u, gid_t g), (d, u, g), "mode", EPERM, -1)
+FAULTY(int, truncate, (const char* n, off_t l), (n, l), "length", EIO, -1)
+FAULTY(int, unlink, (const char* n), (n), "delete", EACCES, -1)
+FAULTY(int, unlinkat, (int d, const char* n, int f), (d, n, f), "delete", EACCES, -1)
+FAULTY(int, rmdir, (const char* n), (n), "delete", EACCES, -1)
+FAULTY(int, mkdir, (const char* n, mode_t m), (n, m), "make", ENOSPC, -1)
+FAULTY(int, flock, (int d, int o), (d, o), "lock", EIO, -1)
+FAULTY(DIR*, fdopendir, (int d), (d), "list", ENOMEM, nullptr)
+FAULTY(dirent*, readdir, (DIR* d), (d), "list", EIO, nullptr)
+FAULTY(int, utimensat, (int d, const char* n, const timespec* t, int f), (d, n, t, f), "times", EPERM, -1)
+FAULTY(ssize_t, copy_file_range, (int a, off_t* x, int b, off_t* y, size_t s, unsigned f), (a, x, b, y, s, f), "copy", EIO, -1)
+FAULTY(int, stat, (const char* n, struct stat* s), (n, s), "status", EIO, -1)
+FAULTY(int, lstat, (const char* n, struct stat* s), (n, s), "status", EIO, -1)
+FAULTY(int, fstat, (int d, struct stat* s), (d, s), "status", EIO, -1)
+FAULTY(int, fstatat, (int d, const char* n, struct stat* s, int f), (d, n, s, f), "status", EIO, -1)
+FAULTY(int, faccessat, (int d, const char* n, int m, int f), (d, n, m, f), "status", EIO, -1)
+FAULTY(ssize_t, readlink, (const char* n, char* b, size_t s), (n, b, s), "status", EIO, -1)
+FAULTY(char*, getcwd, (char* b, size_t s), (b, s), "status", EIO, nullptr)
+FAULTY(FILE*, fopen, (const char* n, const char* m), (n, m), "open", EMFILE, nullptr)
+FAULTY(passwd*, fgetpwent, (FILE* f), (f), "status", EIO, nullptr)
+FAULTY(int, posix_spawn, (pid_t* p, const char* n, const posix_spawn_file_actions_t* a, const posix_spawnattr_t* t, char* const* v, char* const* e), (p, n, a, t, v, e), "child", EAGAIN, EAGAIN)
+FAULTY(pid_t, waitpid, (pid_t p, int* s, int o), (p, s, o), "child", ECHILD, -1)
+FAULTY(int, gethostname, (char* n, size_t s), (n, s), "status", EIO, -1)
+FAULTY(void*, calloc, (size_t n, size_t s), (n, s), "memory", ENOMEM, nullptr)
+FAULTY(void*, realloc, (void* b, size_t s), (b, s), "memory", ENOMEM, nullptr)
 // clang-format on
 
 // Where "short" is asked for, the call moves one byte instead.
@@ -150,7 +138,7 @@ FAULTY(void*, realloc, (void* b, size_t s), (b, s), FAULT_MEMORY, ENOMEM, nullpt
     extern "C" ssize_t __real_##name parameters;                                                   \
     extern "C" ssize_t __wrap_##name parameters;                                                   \
     ssize_t __wrap_##name parameters {                                                             \
-        if (fails(kind, error)) {                                                                  \
+        if (fails(kind_of(kind), error)) {                                                         \
             if (wanted_mode[0] != 's' || bytes == 0)                                               \
                 return -1;                                                                         \
             return __real_##name one;                                                              \
@@ -159,39 +147,23 @@ FAULTY(void*, realloc, (void* b, size_t s), (b, s), FAULT_MEMORY, ENOMEM, nullpt
     }
 
 // clang-format off
-FAULTY_TRANSFER(read, s, (int d, void* b, size_t s), (d, b, s), (d, b, 1), FAULT_READ, EIO)
-FAULTY_TRANSFER(pread, s, (int d, void* b, size_t s, off_t o), (d, b, s, o), (d, b, 1, o), FAULT_READ, EIO)
-FAULTY_TRANSFER(write, s, (int d, const void* b, size_t s), (d, b, s), (d, b, 1), FAULT_WRITE, ENOSPC)
-FAULTY_TRANSFER(pwrite, s, (int d, const void* b, size_t s, off_t o), (d, b, s, o), (d, b, 1, o), FAULT_WRITE, ENOSPC)
+FAULTY_TRANSFER(read, s, (int d, void* b, size_t s), (d, b, s), (d, b, 1), "read", EIO)
+FAULTY_TRANSFER(pread, s, (int d, void* b, size_t s, off_t o), (d, b, s, o), (d, b, 1, o), "read", EIO)
+FAULTY_TRANSFER(write, s, (int d, const void* b, size_t s), (d, b, s), (d, b, 1), "write", ENOSPC)
+FAULTY_TRANSFER(pwrite, s, (int d, const void* b, size_t s, off_t o), (d, b, s, o), (d, b, 1, o), "write", ENOSPC)
 // clang-format on
 
 extern "C" {
-int __real_open(const char* name, int flags, ...);
-int __real_openat(int directory, const char* name, int flags, ...);
 int __real_close(int descriptor);
-int __wrap_open(const char* name, int flags, ...);
-int __wrap_openat(int directory, const char* name, int flags, ...);
 int __wrap_close(int descriptor);
 int __wrap_nanosleep(const timespec* rest, timespec* left);
 time_t __wrap_time(time_t* result);
 time_t __real_time(time_t* result);
 }
 
-int __wrap_open(const char* name, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
-    va_end(arguments);
-    return fails(FAULT_OPEN, EMFILE) ? -1 : __real_open(name, flags, mode);
-}
-
-int __wrap_openat(int directory, const char* name, int flags, ...) { // never makes a file here
-    return fails(FAULT_OPEN, EMFILE) ? -1 : __real_openat(directory, name, flags);
-}
-
 // As on file systems that tell only now that a write has failed: what was written is not there.
 int __wrap_close(int descriptor) {
-    const bool failing = fails(FAULT_CLOSE, EDQUOT);
+    const bool failing = fails(kind_of("close"), EDQUOT);
     if (failing && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY &&
         ftruncate(descriptor, 1)) {
     }

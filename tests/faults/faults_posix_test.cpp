@@ -59,7 +59,7 @@ TEST(faults, signals_by_the_clock) {
         for (const auto& [name, bytes] : scene.files)
             scene.place->put(name, bytes);
         const clock::time_point begin = clock::now();
-        process started = start(*scene.place, OBJTRIM_PROGRAM, {"f"});
+        process started = start(scene.place->directory, OBJTRIM_PROGRAM, {"f"});
         if (i >= 0) {
             std::this_thread::sleep_for(whole * i / rounds);
             kill(started.id, i % 2 == 0 ? SIGKILL : SIGINT);

@@ -114,16 +114,4 @@ TEST_F(inddeletable, only_what_belongs_to_the_dead_is_removed) {
     EXPECT_EQ(place.list("other"), words{"f"});
 }
 
-TEST_F(inddeletable, processes_do_not_disturb_each_other) {
-    fs::create_directories(root + "/0_dead/d");
-    expect_together(16, [&](int child) {
-        gen_tmpdir_hook = current_directory;
-        const std::optional<std::string> made = gen_make_session_dir("a", 0777);
-        usleep(static_cast<useconds_t>(child * 5000));
-        const bool is_there = made && fs::exists(*made + "/dont_delete");
-        return is_there && gen_clean_session_dirs() && !fs::exists(*made);
-    });
-    EXPECT_EQ(place.list(), words());
-}
-
 } // namespace

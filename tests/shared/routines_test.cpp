@@ -9,7 +9,6 @@
 #include "shared/genout.h"
 #include "support/child.h"
 #include "util/elfstrings.h"
-#include "util/version.h"
 
 namespace {
 
@@ -77,20 +76,6 @@ TEST_F(routines, numbers_and_blocks) {
     gen_free_and_clear(&block);
     EXPECT_EQ(block, nullptr);
     gen_free_and_clear(nullptr);
-}
-
-TEST_F(routines, version_stamps) {
-    const std::string product = "Orvale Software, Compiler v2023.5.4";
-    const auto begins = [](const std::string& text, const std::string& start) {
-        return text.starts_with(start) && text.find_first_not_of(' ', start.size()) == text.npos;
-    };
-    EXPECT_TRUE(begins(version_stamp(0), "@(#)" + product));
-    EXPECT_TRUE(begins(version_stamp(VERSION_MARKED), product));
-    EXPECT_TRUE(begins(version_stamp(VERSION_CHANGED), "Compiler v2023.5.4"));
-    EXPECT_TRUE(begins(customer_stamp(VERSION_MARKED), "[Customer version stamp space]"));
-    EXPECT_EQ(customer_stamp(VERSION_CHANGED), "");
-    EXPECT_TRUE(begins(directory_stamp(VERSION_CHANGED), "[Directory] src/util"));
-    EXPECT_TRUE(begins(version_control_stamp(VERSION_CHANGED), "[VCInfo] objtrim"));
 }
 
 } // namespace

@@ -157,7 +157,7 @@ std::string write(elf_draft draft, const layout& at, char fill) {
         }
     const uint32_t table = index_of(draft, draft.name_table);
     set_fields(file, field::e_type, 0,
-               {draft.type, form.machine, 1, 0x1000, at.phoff, at.shoff, 0,
+               {draft.type, form.machine, 1, 0x1000, at.phoff, at.shoff, 0x01020304,
                 form.is_64() ? 64u : 52u, at.phentsize, phnum, at.shentsize,
                 count < 0xFF00 ? count : 0, table < 0xFF00 ? table : 0xFFFF});
     set_fields(file, field::sh_name, 0,
@@ -327,4 +327,31 @@ void append_entry(std::string& table, const elf_form& form, uint64_t size,
     table.resize(at + size);
     for (const auto& [which, value] : values)
         put_field(table, form, which, at, value);
+}
+
+static std::string content_at(const std::string& file, uint64_t index) {
+    return file.substr(std::min<uint64_t>(file.size(), get_field(file, field::sh_offset, index)),
+                       get_field(file, field::sh_size, index));
+}
+
+std::vector<std::string> section_names(const std::string& file) {
+    const uint64_t count = get_field(file, field::e_shnum),
+                   names = get_field(file, field::e_shstrndx);
+    const std::string table =
+        content_at(file, names == 0xFFFF ? get_field(file, field::sh_link) : names);
+    std::vector<std::string> result;
+    for (uint64_t i = 0; i < (count != 0 ? count : get_field(file, field::sh_size)); ++i)
+        result.push_back(table.c_str() +
+                         std::min<uint64_t>(get_field(file, field::sh_name, i), table.size()));
+    return result;
+}
+
+uint64_t section_index(const std::string& file, const std::string& name) {
+    const std::vector<std::string> names = section_names(file);
+    const auto found = std::find(names.begin(), names.end(), name);
+    return found == names.end() ? 0 : static_cast<uint64_t>(found - names.begin());
+}
+
+std::string section_content(const std::string& file, const std::string& name) {
+    return content_at(file, section_index(file, name));
 }

@@ -109,3 +109,8 @@ using field_values = std::vector<std::pair<field, uint64_t>>;
 // Appends an entry of `size` bytes with these fields.
 void append_entry(std::string& table, const elf_form& form, uint64_t size,
                   const field_values& values);
+
+// Of any file, as the tests read it.
+std::vector<std::string> section_names(const std::string& file); // by index; section 0 has ""
+uint64_t section_index(const std::string& file, const std::string& name); // 0: none
+std::string section_content(const std::string& file, const std::string& name);

@@ -41,7 +41,7 @@ run_result fault_scene::run(const std::string& fault, const std::function<void()
     words arguments = split(line);
     const std::string program = OBJTRIM_FAULTY + arguments[0];
     arguments.erase(arguments.begin());
-    process started = start(*place, program, arguments,
+    process started = start(place->directory, program, arguments,
                             {"TMP=" + place->path("scratch"), "OBJTRIM_FAULT=" + fault,
                              "OBJTRIM_COUNT=" + (after.empty() ? place->path("count") : "")},
                             prepare);

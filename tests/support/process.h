@@ -12,9 +12,9 @@ struct process {
     int errors = -1; // the end of a pipe that takes what it writes to standard error
 };
 
-// In the directory of `place`, with these settings as its whole environment. `prepare` is called in
+// In the directory, with these settings as its whole environment. `prepare` is called in
 // the child before the program. A program that hangs is ended by SIGALRM.
-process start(const work_place& place, const std::string& program, const words& arguments,
+process start(const std::string& directory, const std::string& program, const words& arguments,
               const words& environment = {}, const std::function<void()>& prepare = nullptr);
 // Waits for it, and for those to whom it left its standard error.
 run_result end_of(process& started);

@@ -1,5 +1,5 @@
-// The runner on POSIX systems: the shell and the system's small tools set up the environment and
-// the limits.
+// The runner on POSIX systems, by the host's own calls, so that the code under test does not look
+// at itself.
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -9,43 +9,106 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/runner.h"
+#include "support/process.h"
 
 const char* const null_device = "/dev/null";
 
 namespace {
 
-// A program that hangs is ended; a write that is too long fails.
-const std::string prepared =
-    " && umask 022 && set -f && trap '' XFSZ && exec prlimit --core=0 --cpu=120";
-// Only what a sanitizer needs to behave as asked.
-const std::string clean = " env -i ${ASAN_OPTIONS:+\"ASAN_OPTIONS=$ASAN_OPTIONS\"} "
-                          "${UBSAN_OPTIONS:+\"UBSAN_OPTIONS=$UBSAN_OPTIONS\"} ";
+constexpr unsigned most_seconds = 120;
+constexpr uint64_t program_size = 48u << 20;
+
+std::vector<char*> pointers(words& list) {
+    std::vector<char*> result;
+    for (std::string& word : list)
+        result.push_back(word.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+void limit(int resource, uint64_t most) {
+    const rlimit bounds = {most, most};
+    setrlimit(static_cast<__rlimit_resource_t>(resource), &bounds);
+}
 
 } // namespace
 
-static run_result run(const std::string& directory, const std::string& command,
-                      const run_limits& limits) {
-    std::string line = "exec </dev/null >" + directory + ".out 2>" + directory + ".err && cd " +
-                       directory + prepared;
-    if (limits.file_size != 0)
-        line += " --fsize=" + std::to_string(limits.file_size);
-    if (limits.memory != 0) // and the program itself
-        line += " --data=" + std::to_string(limits.memory) +
-                " --as=" + std::to_string(limits.memory + (48u << 20));
-    line += clean + command;
-    const int status = std::system(line.c_str());
-    return {WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status),
-            read_file(directory + ".out"), read_file(directory + ".err")};
+process start(const std::string& directory, const std::string& program, const words& arguments,
+              const words& environment, const std::function<void()>& prepare) {
+    words line = arguments, settings = environment;
+    line.insert(line.begin(), program);
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LLVM_PROFILE_FILE"})
+        if (const char* const value = getenv(name))
+            settings.push_back(std::string(name) + "=" + value);
+    const std::vector<char*> line_pointers = pointers(line), setting_pointers = pointers(settings);
+    process started;
+    int ends[2] = {-1, -1};
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return started;
+    started.errors = ends[0];
+    started.id = fork();
+    if (started.id != 0) {
+        close(ends[1]);
+        return started;
+    }
+    alarm(most_seconds);
+    const int nothing = open(null_device, O_RDWR);
+    dup2(nothing, STDIN_FILENO);
+    dup2(nothing, STDOUT_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    if (chdir(directory.c_str()) == 0) {
+        if (prepare)
+            prepare();
+        execve(program.c_str(), line_pointers.data(), setting_pointers.data());
+    }
+    _exit(126);
+}
+
+run_result end_of(process& started) {
+    run_result result;
+    char piece[4096];
+    for (ssize_t got; (got = read(started.errors, piece, sizeof piece)) > 0;)
+        result.err.append(piece, static_cast<size_t>(got));
+    close(started.errors);
+    int status = 0;
+    waitpid(started.id, &status, 0);
+    result.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    return result;
+}
+
+int stress_factor() {
+    const char* const factor = getenv("OBJTRIM_STRESS");
+    return factor != nullptr && atoi(factor) > 0 ? atoi(factor) : 1;
+}
+
+// What is written to standard output goes to a file, so that nobody has to read while it runs.
+static run_result run(const std::string& directory, const std::string& program,
+                      const words& arguments, const words& environment, const run_limits& limits) {
+    const std::string out = directory + ".out";
+    const auto prepare = [&] {
+        umask(022);
+        signal(SIGXFSZ, SIG_IGN); // a write that is too long fails
+        dup2(creat(out.c_str(), 0600), STDOUT_FILENO);
+        if (limits.file_size != 0)
+            limit(RLIMIT_FSIZE, limits.file_size);
+        if (limits.memory != 0) {
+            limit(RLIMIT_DATA, limits.memory);
+            limit(RLIMIT_AS, limits.memory + program_size);
+        }
+    };
+    process started = start(directory, program, arguments, environment, prepare);
+    run_result result = end_of(started);
+    result.out = read_file(out);
+    return result;
 }
 
 run_result run_program(const std::string& directory, const std::string& line,
                        const run_limits& limits) {
-    return run(directory, "'" OBJTRIM_PROGRAM "' " + line, limits);
+    return run(directory, OBJTRIM_PROGRAM, split(line), {}, limits);
 }
 
 run_result run_tool(const std::string& directory, const std::string& line) {
-    return run(directory, "\"PATH=$PATH\" " + line, {});
+    return run(directory, "/bin/sh", {"-c", line}, {std::string("PATH=") + getenv("PATH")}, {});
 }
 
 std::string make_work_directory() {
@@ -61,8 +124,7 @@ void set_variable(const char* name, const char* value) {
 
 void limit_own_files(uint64_t size) {
     signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit = {size, size};
-    setrlimit(RLIMIT_FSIZE, &limit);
+    limit(RLIMIT_FSIZE, size);
 }
 
 std::string test_program() {

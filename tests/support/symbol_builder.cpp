@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
-#include "support/elf_reader.h"
 #include "support/runner.h"
 
 namespace {

@@ -3,7 +3,6 @@
 
 #include "support/dnm_builder.h"
 #include "support/elf_builder.h"
-#include "support/elf_reader.h"
 #include "support/runner.h"
 
 namespace {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "support/elf_builder.h"
-#include "support/elf_reader.h"
 #include "support/runner.h"
 
 namespace {

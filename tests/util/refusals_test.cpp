@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "support/elf_builder.h"
-#include "support/elf_reader.h"
 #include "support/runner.h"
 
 namespace {
@@ -120,59 +119,6 @@ TEST(refusals, files_wrong_in_other_ways) {
         refuse(changed, std::string("objtrim: fatal: elf") + (form.is_64() ? "64_" : "_") +
                             "readprogheader(): phentsize\n");
     }
-}
-
-// Whatever a header says, the program ends by itself. Only a place that no file reaches is found
-// while the output is written, which is then left behind.
-TEST(refusals, hostile_numbers_do_no_harm) {
-    const std::pair<const char*, field> headers[] = {{"", field::e_type},
-                                                     {"", field::p_type},
-                                                     {"", field::sh_name},
-                                                     {".debug_info", field::sh_name},
-                                                     {".rela.text", field::sh_name},
-                                                     {".symtab", field::sh_name},
-                                                     {".shstrtab", field::sh_name}};
-    for (const elf_form& form : {elf_forms[0], elf_forms[3]})
-        for (const auto& [section, first] : headers) {
-            const std::string file = build_elf(sample_draft(form));
-            const uint64_t begin = field_offset(file, first, section_index(file, section));
-            for (uint64_t at = begin; at < begin + (form.is_64() ? 64 : 40); at += 4)
-                for (const char* bytes :
-                     {"\xff\xff\xff\xff", at % 8 == 0 ? "\x7f\xff\xff\xf0" : "\1\0\0\1"}) {
-                    work_place place;
-                    std::string changed = file;
-                    place.put("bad.elf", changed.replace(at, 4, bytes, 4));
-                    const run_result result = place.trim("bad.elf");
-                    SCOPED_TRACE("at " + std::to_string(at) + ": " + result.err);
-                    EXPECT_EQ(result.status, result.err.empty() ? 0 : 1);
-                    if (result.err.find("fatal: seek failed") == std::string::npos)
-                        EXPECT_EQ(place.list(), words{"bad.elf"});
-                    else
-                        EXPECT_TRUE(place.get("bad.elf") == changed);
-                }
-        }
-}
-
-TEST(refusals, failed_writes_leave_the_input) {
-    if (!host_has_limits)
-        GTEST_SKIP() << "no write can be made to fail on this host";
-    elf_draft draft = sample_draft(elf_forms[0]);
-    draft.order = "S12P"; // the program headers are the last thing written
-    work_place place;
-    place.put("prog.elf", build_elf(draft));
-    place.trim("-o=full prog.elf");
-    const file_state before = place.state("prog.elf");
-    for (uint64_t limit : {uint64_t{0x80}, uint64_t{0x400}, place.get("full").size() - 1}) {
-        const run_result result = place.trim("prog.elf", {.file_size = limit});
-        EXPECT_EQ(result.status, 1);
-        EXPECT_NE(result.err.find("objtrim: fatal: Error writing to '"), std::string::npos);
-        EXPECT_TRUE(place.state("prog.elf") == before) << limit;
-    }
-    const std::string said = place.trim("-o=/dev/full prog.elf").err;
-    const std::string full =
-        "objtrim: fatal: Error writing to '/dev/full': No space left on device\n";
-    EXPECT_EQ(said.substr(0, full.size()), full);
-    EXPECT_TRUE(place.state("prog.elf") == before);
 }
 
 } // namespace

@@ -1,10 +1,6 @@
-// Relocations that follow the new symbol numbers, or are made relative to a section; real objects
-// and programs whose symbols were rewritten.
+// Relocations that follow the new symbol numbers, or are made relative to a section.
 #include <gtest/gtest.h>
-#include <regex>
 
-#include "support/elf_reader.h"
-#include "support/runner.h"
 #include "support/symbol_builder.h"
 
 namespace {
@@ -128,74 +124,6 @@ TEST(relocs, of_thumb_functions_get_their_bit) {
                                        (form.big_endian ? "7" : "6") + R"(; @.rela.text 2 1 T 6;
            @.rela.text 3 1 T 6; @.rela.text 4 1 T 6; @.rela.text 5 1 T 5 |)");
     }
-}
-
-// The string table of an object is of any size; only one that does not grow by rounding fits.
-TEST(relocs, an_object_still_links) {
-    work_place place;
-    place.put("part.c", R"(
-int NAME(int x) { static int calls; return x + calls++; }
-int numbers[] = {1, 2, 3};
-int (*table[])(int) = {NAME, NAME};
-)");
-    place.put("main.c", R"(
-#include <stdio.h>
-extern int (*table[])(int), numbers[];
-int main(void) { printf("%d\n", table[0](20) + table[1](numbers[2])); return 7; }
-)");
-    int fitting = 0;
-    for (std::string name = "f"; name.size() <= 8; name += 'x') {
-        if (place.command("gcc -g -O1 -c part.c -DNAME=" + name).status != 0 ||
-            place.command("gcc -o prog main.c part.o").status != 0)
-            GTEST_SKIP() << "gcc cannot build programs here";
-        const std::string before = place.get("part.o");
-        const run_result result = place.trim("-stripreloc part.o");
-        if (section_content(before, ".strtab").size() % 8 != 0) {
-            EXPECT_NE(result.err.find("on line 991 in objtrim"), std::string::npos) << result.err;
-            EXPECT_EQ(place.get("part.o"), before);
-            continue;
-        }
-        ++fitting;
-        EXPECT_EQ(result.err, "");
-        EXPECT_LT(place.get("part.o").size(), before.size());
-        EXPECT_EQ(place.command("gcc -o prog main.c part.o").err, "");
-        EXPECT_EQ(place.command("./prog").out, "24\n");
-        EXPECT_EQ(place.command("readelf -aW part.o").err, "");
-    }
-    EXPECT_EQ(fitting, 1);
-}
-
-TEST(relocs, a_static_program_without_symbols_runs) {
-    work_place place;
-    place.put("main.c",
-              "#include <stdio.h>\nint main(void) { printf(\"%d\\n\", 42); return 7; }\n");
-    if (place.command("gcc -g -static -o prog main.c").status != 0)
-        GTEST_SKIP() << "gcc cannot build static programs here";
-    const uint64_t size = place.get("prog").size();
-    EXPECT_EQ(place.trim("-s prog").err, "");
-    EXPECT_LT(place.get("prog").size(), size);
-    EXPECT_EQ(place.command("./prog").out, "42\n");
-    EXPECT_EQ(place.command("readelf -aW prog").err, "");
-}
-
-TEST(relocs, kept_ones_of_a_program_name_the_same_symbols) {
-    work_place place;
-    place.put("main.c", R"(
-int a_long_name_that_goes, data[4];
-static int part(int x) { return data[x] + a_long_name_that_goes; }
-int (*table[])(int) = {part};
-void _start(void) { for (;;) table[data[1]](2); }
-)");
-    if (place.command("gcc -O1 -static -nostdlib -fno-pie -no-pie -Wl,--emit-relocs -o prog main.c")
-            .status != 0)
-        GTEST_SKIP() << "gcc cannot build such a program here";
-    const auto named = [&] {
-        return place.command("readelf -rW prog | awk '{ print $1, $3, $5, $7 }'").out;
-    };
-    const std::string before = named();
-    EXPECT_EQ(place.trim("-r=.none -bl=a_long_name_that_goes prog").err, "");
-    EXPECT_NE(before.find("data"), std::string::npos);
-    EXPECT_EQ(named(), std::regex_replace(before, std::regex("[^\n]*a_long.*\n"), ""));
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 
-#include "support/elf_reader.h"
 #include "support/runner.h"
 #include "support/symbol_builder.h"
 
