@@ -178,9 +178,8 @@ TEST_F(dnmfile, whole_map_and_writing) {
     EXPECT_EQ(place.list("d"), words{});
 }
 
-// Cut anywhere, the file fails at the step that misses something; changed anywhere, it does no
-// harm.
-TEST_F(dnmfile, damage_at_every_byte) {
+// Cut anywhere, the file fails at the step that misses something.
+TEST_F(dnmfile, every_length) {
     for (const bool compressed : {false, true}) {
         dnm_file file = sample_dnm(43, true, 66, compressed);
         file.tail = "";
@@ -199,12 +198,6 @@ TEST_F(dnmfile, damage_at_every_byte) {
         }
         EXPECT_EQ(position, 7);
         EXPECT_EQ(positions, (std::set{1, 2, 6, 7}));
-        for (size_t i = 0; i < whole.size(); i += damage_step)
-            for (const char byte : {'\x80', '\xFF'}) {
-                const std::unique_ptr<dnm_map> map =
-                    read(std::string(whole).replace(i, 1, 1, byte));
-                EXPECT_TRUE(map ? STDnm_Write(*map) == 0 : said.find("(pos ") != said.npos) << i;
-            }
     }
 }
 

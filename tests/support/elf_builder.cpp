@@ -315,12 +315,6 @@ void set_field(std::string& file, field which, uint64_t value, uint64_t index) {
     put_field(file, form_of(file), which, entry_offset(file, which, index), value);
 }
 
-uint64_t field_offset(const std::string& file, field which, uint64_t index) {
-    const field_place& place = field_places[static_cast<size_t>(which)];
-    return entry_offset(file, which, index) +
-           (form_of(file).is_64() ? place.offset64 : place.offset32);
-}
-
 void append_entry(std::string& table, const elf_form& form, uint64_t size,
                   const field_values& values) {
     const uint64_t at = table.size();

@@ -102,8 +102,6 @@ enum class field : uint8_t {
 // field outside the file reads as 0 and is not written.
 uint64_t get_field(const std::string& file, field which, uint64_t index = 0);
 void set_field(std::string& file, field which, uint64_t value, uint64_t index = 0);
-// Where that field lies in the file.
-uint64_t field_offset(const std::string& file, field which, uint64_t index = 0);
 
 using field_values = std::vector<std::pair<field, uint64_t>>;
 // Appends an entry of `size` bytes with these fields.

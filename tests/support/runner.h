@@ -18,11 +18,9 @@ std::set<std::string> split_set(const std::string& line);
 #ifdef _WIN32
 constexpr bool host_has_limits = false;
 constexpr bool host_has_tools = false;
-constexpr size_t damage_step = 10; // files cost too much time there to change each of their bytes
 #else
 constexpr bool host_has_limits = true;
 constexpr bool host_has_tools = true;
-constexpr size_t damage_step = 1;
 #endif
 
 struct run_limits {
