@@ -208,15 +208,6 @@ TEST_F(arformat, failures_of_the_host) {
     expect_text(body, "a/; objtrim: error: Out of memory while reading archive file 'l'\n= 0\n");
 }
 
-TEST_F(arformat, cut_off_headers_end_the_walk_without_a_word) {
-    for (const obj_kind kind : {OBJ_ARCHIVE, OBJ_ELFARCHIVE, OBJ_ARCHIVE64, OBJ_AIXARCHIVE}) {
-        const size_t whole = build_archive(kind, named("one/=x")).size();
-        const std::string bytes = build_archive(kind, named("one/=x|sixteen_letters/"));
-        for (size_t size = whole; size < bytes.size(); size += 9)
-            expect_walk(bytes.substr(0, size), "one/; = 0\n");
-    }
-}
-
 TEST_F(arformat, an_aix_chain_ends_where_its_links_say) {
     const std::tuple<std::vector<const char*>, const char*> rows[] = {
         {{"0", ""}, "m0; = 0\n"},

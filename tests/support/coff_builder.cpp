@@ -15,20 +15,6 @@ std::string filler(size_t size) {
 
 } // namespace
 
-std::string number(uint64_t value, size_t width, bool big_endian) {
-    std::string bytes;
-    for (size_t i = 0; i < width; ++i)
-        bytes += static_cast<char>(value >> 8 * (big_endian ? width - 1 - i : i));
-    return bytes;
-}
-
-uint64_t number_at(const std::string& bytes, size_t at, size_t width, bool big_endian) {
-    uint64_t value = 0;
-    for (size_t i = 0; i < width; ++i)
-        value = value << 8 | static_cast<uint8_t>(bytes.at(at + (big_endian ? i : width - 1 - i)));
-    return value;
-}
-
 std::string pack(bool big_endian, const char* widths, std::initializer_list<uint64_t> values) {
     std::string bytes;
     for (uint64_t value : values)

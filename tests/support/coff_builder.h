@@ -4,11 +4,8 @@
 
 #include <utility>
 
+#include "support/elf_builder.h"
 #include "support/runner.h"
-
-// The bytes of a number, and a number from bytes.
-std::string number(uint64_t value, size_t width, bool big_endian = false);
-uint64_t number_at(const std::string& bytes, size_t at, size_t width, bool big_endian);
 
 // One number for each digit, which is its width.
 std::string pack(bool big_endian, const char* widths, std::initializer_list<uint64_t> values);

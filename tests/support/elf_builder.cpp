@@ -38,23 +38,24 @@ elf_form form_of(const std::string& file) {
     return {"", file.at(4) == 2 ? 64 : 32, file.at(5) == 2, 0};
 }
 
-// Visits the bytes of a field of the entry at `offset`, from the lowest on.
-template <class visitor>
-void visit(const std::string& bytes, const elf_form& form, field which, uint64_t offset,
-           visitor visit_byte) {
+struct byte_range {
+    uint64_t at, width;
+    bool is_in(const std::string& bytes) const {
+        return bytes.size() >= width && at <= bytes.size() - width;
+    }
+};
+
+// Of a field of the entry at `offset`.
+byte_range range_of(const elf_form& form, field which, uint64_t offset) {
     const field_place& place = field_places[static_cast<size_t>(which)];
-    const uint64_t width = form.is_64() ? place.width64 : place.width32;
-    offset += form.is_64() ? place.offset64 : place.offset32;
-    for (uint64_t i = 0; i < width && offset <= bytes.size() - width; ++i)
-        visit_byte(offset + (form.big_endian ? width - 1 - i : i));
+    return form.is_64() ? byte_range{offset + place.offset64, place.width64}
+                        : byte_range{offset + place.offset32, place.width32};
 }
 
 void put_field(std::string& bytes, const elf_form& form, field which, uint64_t offset,
                uint64_t value) {
-    visit(bytes, form, which, offset, [&](uint64_t at) {
-        bytes[at] = static_cast<char>(value);
-        value >>= 8;
-    });
+    if (const byte_range range = range_of(form, which, offset); range.is_in(bytes))
+        bytes.replace(range.at, range.width, number(value, range.width, form.big_endian));
 }
 
 uint64_t entry_offset(const std::string& file, field which, uint64_t index) {
@@ -181,6 +182,20 @@ std::string write(elf_draft draft, const layout& at, char fill) {
 
 } // namespace
 
+std::string number(uint64_t value, size_t width, bool big_endian) {
+    std::string bytes;
+    for (size_t i = 0; i < width; ++i)
+        bytes += static_cast<char>(value >> 8 * (big_endian ? width - 1 - i : i));
+    return bytes;
+}
+
+uint64_t number_at(const std::string& bytes, size_t at, size_t width, bool big_endian) {
+    uint64_t value = 0;
+    for (size_t i = 0; i < width; ++i)
+        value = value << 8 | static_cast<uint8_t>(bytes.at(at + (big_endian ? i : width - 1 - i)));
+    return value;
+}
+
 uint32_t index_of(const elf_draft& draft, const std::string& name) {
     for (size_t i = 0; i < draft.sections.size() && !name.empty(); ++i)
         if (draft.sections[i].name == name)
@@ -302,13 +317,9 @@ elf_draft sample_draft(const elf_form& form, bool with_symbols) {
 }
 
 uint64_t get_field(const std::string& file, field which, uint64_t index) {
-    uint64_t value = 0;
-    unsigned shift = 0;
-    visit(file, form_of(file), which, entry_offset(file, which, index), [&](uint64_t at) {
-        value |= uint64_t{static_cast<uint8_t>(file[at])} << shift;
-        shift += 8;
-    });
-    return value;
+    const elf_form form = form_of(file);
+    const byte_range range = range_of(form, which, entry_offset(file, which, index));
+    return range.is_in(file) ? number_at(file, range.at, range.width, form.big_endian) : 0;
 }
 
 void set_field(std::string& file, field which, uint64_t value, uint64_t index) {

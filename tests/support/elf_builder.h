@@ -22,6 +22,10 @@ namespace et {
 constexpr uint16_t rel = 1, exec = 2, dyn = 3;
 }
 
+// The bytes of a number, and a number from bytes.
+std::string number(uint64_t value, size_t width, bool big_endian = false);
+uint64_t number_at(const std::string& bytes, size_t at, size_t width, bool big_endian);
+
 struct elf_form {
     const char* name;
     int elfbits;

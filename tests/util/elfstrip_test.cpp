@@ -156,14 +156,6 @@ struct output : testing::Test {
     }
 };
 
-TEST_F(output, is_left_alone_by_a_second_run) {
-    trim("prog.elf", "prog.elf");
-    place.put("prog.elf", place.get("prog.elf")); // dated back
-    const file_state before = place.state("prog.elf");
-    trim("prog.elf", "prog.elf");
-    EXPECT_TRUE(place.state("prog.elf") == before);
-}
-
 TEST_F(output, goes_to_another_name_on_request) {
     const file_state before = place.state("prog.elf");
     place.put("old", std::string(100000, 'x'));
