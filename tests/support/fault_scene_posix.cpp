@@ -1,3 +1,4 @@
+// The scenes of faults, and what may be left of each.
 #include <algorithm>
 #include <csignal>
 #include <filesystem>

@@ -1,3 +1,4 @@
+// What went in and came out, as text without what differs from run to run.
 #include "support/record.h"
 
 #include <algorithm>
