@@ -2,7 +2,6 @@
 #include "objfile/arformat.h"
 #include "shared/genfile.h"
 #include "support/checks.h"
-#include "support/options.h"
 
 // The names of all members, as far as they can be read.
 static std::vector<std::string> member_names() {
@@ -24,14 +23,9 @@ static std::vector<std::string> member_names() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const fuzz_input input = take_input(data, size, "!<arch");
     put_file("lib.a", input.file);
-    const kept_file before = look_at_file("lib.a");
     const std::vector<std::string> names = member_names();
-    std::vector<const char*> arguments = chosen_options(input.choice);
-    arguments.push_back("lib.a");
-    const execution run = run_objtrim(arguments);
+    const auto [arguments, run, before, after] = strip_input(input, "lib.a");
 
-    check_end(run, {"lib.a"});
-    const kept_file after = look_at_file("lib.a");
     const bool is_refused = run.is_fatal() || run.has_said("failed to strip file");
     require(!is_refused || after == before, run, "a refused archive stays as it was");
     if (!(after == before)) {

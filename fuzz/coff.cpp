@@ -1,6 +1,5 @@
 // A whole strip of a COFF file, which is changed in place.
 #include "support/checks.h"
-#include "support/options.h"
 
 // Files that would go to another stripper.
 static bool is_other_kind(const std::string& file) {
@@ -14,14 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const fuzz_input input = take_input(data, size);
     if (is_other_kind(input.file))
         return 0;
-    put_file("prog.out", input.file);
-    const kept_file before = look_at_file("prog.out");
-    std::vector<const char*> arguments = chosen_options(input.choice);
-    arguments.push_back("prog.out");
-    const execution run = run_objtrim(arguments);
+    const auto [arguments, run, before, after] = strip_input(input, "prog.out");
 
-    check_end(run, {"prog.out"});
-    const kept_file after = look_at_file("prog.out");
     require(after.inode == before.inode, run, "the file is changed in place");
     require(after.bytes.size() <= before.bytes.size(), run, "no file grows");
     // Where the strings end is found last, when the headers are already written.

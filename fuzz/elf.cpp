@@ -3,7 +3,6 @@
 
 #include "support/checks.h"
 #include "support/elf_builder.h"
-#include "support/options.h"
 
 namespace {
 
@@ -41,14 +40,8 @@ bool is_well_formed(const std::string& file) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const fuzz_input input = take_input(data, size, "\177ELF");
-    put_file("prog.elf", input.file);
-    const kept_file before = look_at_file("prog.elf");
-    std::vector<const char*> arguments = chosen_options(input.choice);
-    arguments.push_back("prog.elf");
-    const execution run = run_objtrim(arguments);
+    const auto [arguments, run, before, after] = strip_input(input, "prog.elf");
 
-    check_end(run, {"prog.elf"});
-    const kept_file after = look_at_file("prog.elf");
     const kept_file result = look_at_file("result");
     const bool is_stripped = run.status == 0 || (!run.is_fatal() && run.has_said(survived_error));
     require(is_stripped || after == before, run, "a refused file stays as it was");

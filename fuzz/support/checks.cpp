@@ -66,3 +66,15 @@ void check_again(const std::string& name, uint32_t choice, bool has_to_be_sound)
 void clear_directory() {
     remove_files(names_in("."));
 }
+
+stripping strip_input(const fuzz_input& input, const char* name) {
+    stripping done;
+    put_file(name, input.file);
+    done.before = look_at_file(name);
+    done.arguments = chosen_options(input.choice);
+    done.arguments.push_back(name);
+    done.run = run_objtrim(done.arguments);
+    check_end(done.run, {name});
+    done.after = look_at_file(name);
+    return done;
+}

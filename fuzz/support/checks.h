@@ -24,3 +24,12 @@ void check_end(const execution& run, const std::vector<std::string>& expected);
 // A second run, on the result of the first one; it finds no damage in a result that is sound.
 void check_again(const std::string& name, uint32_t choice, bool has_to_be_sound);
 void clear_directory();
+
+// One strip of an input, with the file before and after it.
+struct stripping {
+    std::vector<const char*> arguments;
+    execution run;
+    kept_file before, after;
+};
+// Strips the input under this name, with the options that it chooses. Its end is checked.
+stripping strip_input(const fuzz_input& input, const char* name);
