@@ -1,6 +1,8 @@
 // The host: every operation of the operating system that objtrim uses, as free functions.
 //
-// Each host has its files that implement this header (host_posix*.cpp), and they alone call it.
+// Each host has its files that implement this header (host_posix*.cpp, host_win32*.cpp), and they
+// alone call it. What only Linux can do stands for all others in host_fallback.cpp.
+//
 // No routine here decides anything or reports anything. A routine that fails says so in its result
 // and leaves the reason in errno; one that succeeds, or whose answer is an expected "no", leaves
 // errno as it found it, because error numbers are part of the tool's messages.

@@ -268,18 +268,6 @@ void host_reserve(int descriptor, uint64_t offset, uint64_t size) {
         fallocate(descriptor, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
                   static_cast<off_t>(size));
 }
-#else
-uint64_t host_copy_range(int, uint64_t, int, uint64_t, uint64_t) {
-    return 0;
-}
-
-host_range host_next_data(int, uint64_t offset) {
-    return {offset, UINT64_MAX};
-}
-
-void host_reserve(int, uint64_t, uint64_t) {}
-
-void host_expect_use(void*, size_t) {}
 #endif
 
 int host_set_owner(int descriptor, uint32_t owner, uint32_t group) {

@@ -363,18 +363,6 @@ int64_t host_write(int descriptor, const void* buffer, uint32_t size) {
     return moved == 0 && size != 0 ? -1 : moved;
 }
 
-uint64_t host_copy_range(int, uint64_t, int, uint64_t, uint64_t) {
-    return 0;
-}
-
-host_range host_next_data(int, uint64_t offset) {
-    return {offset, UINT64_MAX};
-}
-
-void host_reserve(int, uint64_t, uint64_t) {}
-
-void host_expect_use(void*, size_t) {}
-
 // Owners are not told apart by number here.
 bool host_is_users_own(const host_status&) {
     return true;
