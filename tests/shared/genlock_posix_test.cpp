@@ -44,7 +44,7 @@ TEST_F(genlock, only_dead_and_aged_locks_are_taken_over) {
         {live + here, none, 50, 100, false},
         {dead + here, none, 0, -1, true},
         {number(static_cast<uint64_t>(child), 4) + here, none, 0, -1, true},
-        {dead + number(20, 4) + "DISK" + here.substr(8), none, 0, -1, true},
+        {dead + here.substr(0, 4) + "DISK" + here.substr(8), none, 0, -1, true},
         {number(0, 4) + here, none, 0, 100, true},
         {number(UINT32_MAX, 4) + here, none, 0, 100, true},
         {dead + elsewhere, none, 50, 100, false},
@@ -59,6 +59,7 @@ TEST_F(genlock, only_dead_and_aged_locks_are_taken_over) {
         {dead + here, live + here, 0, 100, false},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE("row " + std::to_string(&row - rows));
         place.put("p.lock", row.content);
         host_set_times("p.lock", host_time() - row.age);
         if (row.second != none) {
