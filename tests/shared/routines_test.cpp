@@ -10,6 +10,7 @@
 #include "shared/genout.h"
 #include "support/child.h"
 #include "util/elfstrings.h"
+#include "util/version.h"
 
 namespace {
 
@@ -115,6 +116,20 @@ TEST(genmem, containers_and_blocks_take_from_the_slots_and_give_back) {
         gen_eprintf("%d %d %d", text == nullptr, taken, given_back);
     };
     expect_text(body, std::string(50, 'x') + " kept 1 3 3");
+}
+
+TEST_F(routines, version_stamps) {
+    const std::string product = "Orvale Software, Compiler v2023.5.4";
+    const auto begins = [](const std::string& text, const std::string& start) {
+        return text.starts_with(start) && text.find_first_not_of(' ', start.size()) == text.npos;
+    };
+    EXPECT_TRUE(begins(version_stamp(0), "@(#)" + product));
+    EXPECT_TRUE(begins(version_stamp(VERSION_MARKED), product));
+    EXPECT_TRUE(begins(version_stamp(VERSION_CHANGED), "Compiler v2023.5.4"));
+    EXPECT_TRUE(begins(customer_stamp(VERSION_MARKED), "[Customer version stamp space]"));
+    EXPECT_EQ(customer_stamp(VERSION_CHANGED), "");
+    EXPECT_TRUE(begins(directory_stamp(VERSION_CHANGED), "[Directory] src/util"));
+    EXPECT_TRUE(begins(version_control_stamp(VERSION_CHANGED), "[VCInfo] objtrim"));
 }
 
 } // namespace

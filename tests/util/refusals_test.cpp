@@ -67,6 +67,8 @@ const refusal refusals[] = {
     {"", field::sh_flags, 4},
     {"", field::sh_offset, 64},
     {"", field::sh_addralign, 1},
+    {"", field::sh_addr, 1},
+    {"", field::sh_entsize, 1},
     {".data", field::sh_name, 0, damaged, ".shstrtab", field::sh_size},
     {".bss", field::sh_name, UINT64_MAX},
     {".debug_info", field::sh_offset, 8}, // on the file header
