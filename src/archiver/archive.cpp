@@ -37,7 +37,7 @@ void report_misfit(const char* archive_name, const char* member_name, const head
                    uint64_t size, int64_t date) {
     gen_error(
         "archive '%s', member '%s': size %" PRIu64 " or date %" PRId64
-        " does not fit its header, which takes sizes up to %" PRIu64 " and dates of %u letters",
+        " does not fit its header, which takes sizes up to %" PRIu64 " and dates of %u digits",
         archive_name, member_name, size, date, largest_size(layout), unsigned{layout.date.width});
 }
 

@@ -45,9 +45,9 @@ bool decode_entries(const old_archive& archive, const gen_block& block, uint32_t
                                 i, position);
         const size_t end = at + strlen(index.names.c_str() + at) + 1; // behind the NUL
         if (end > index.names.size())
-            return refuse_index(archive,
-                                "its size %" PRIu64 " ends before the last of %" PRIu32 " names",
-                                block.size, count);
+            return refuse_index(
+                archive, "it ends at its size, %" PRIu64 ", before the last of %" PRIu32 " names",
+                block.size, count);
         const auto number = static_cast<uint32_t>(member - archive.members.begin());
         index.entries.push_back({number, static_cast<uint32_t>(at), static_cast<uint32_t>(end)});
         at = end;

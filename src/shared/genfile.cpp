@@ -77,6 +77,11 @@ size_t bytes_in_window(const gen_stream& stream) {
     return stream.window_length - static_cast<size_t>(stream.position - stream.window_start);
 }
 
+bool is_in_window(const gen_stream& stream, uint64_t start, uint64_t size) {
+    return start >= stream.window_start && start - stream.window_start <= stream.window_length &&
+           size <= stream.window_length - (start - stream.window_start);
+}
+
 // A large read goes past the window. Bytes read; 0 at the end of the file or on a failure.
 uint64_t read_directly(gen_stream& stream, std::byte* to, uint64_t size) {
     const int64_t got = host_read_at(stream.descriptor, to, size, stream.position);
@@ -87,12 +92,9 @@ uint64_t read_directly(gen_stream& stream, std::byte* to, uint64_t size) {
     return got > 0 ? static_cast<uint64_t>(got) : 0;
 }
 
-// Takes bytes of a part from the stream that it is a part of. The window of that one holds a small
-// part as a whole, whatever is read of it first.
+// Takes bytes of a part from the stream that it is a part of.
 uint64_t read_part(gen_stream& part, void* buffer, uint64_t size) {
     const uint64_t wanted = gen_enter_part(part, size);
-    if (part.size <= window_capacity && wanted != 0 && bytes_in_window(*part.whole) == 0)
-        fill_window(*part.whole, part.start);
     const uint64_t got = gen_read_stream(*part.whole, buffer, wanted);
     part.position += got;
     gen_note_part_failure(part);
@@ -172,7 +174,15 @@ gen_stream_ptr gen_open(const char* name, const char* mode) {
     return stream;
 }
 
+// A small part is brought into the window as a whole: its tables are not read from front to back,
+// and once it is there nothing can fail.
 gen_stream_ptr gen_open_part(gen_stream& whole, uint64_t start, uint64_t size) {
+    errno = 0;
+    if (size <= window_capacity && !is_in_window(whole, start, size)) {
+        fill_window(whole, start);
+        if (!is_in_window(whole, start, size))
+            return nullptr;
+    }
     gen_stream_ptr part(std::make_unique<gen_stream>().release());
     part->descriptor = whole.descriptor;
     part->size = size;
@@ -294,7 +304,8 @@ gen_stream_ptr gen_safe_fopen(const char* name, const char* kind, const char* mo
     if (stream && !stream->opened.is_directory)
         return stream;
     // Some hosts open directories, others have their own reasons not to.
-    const std::optional<host_status> status = host_status_of(name);
+    const std::optional<host_status> status =
+        stream ? std::optional(stream->opened) : host_status_of(name);
     if (status && status->is_directory)
         errno = error_is_a_directory;
     const char* purpose = purpose_of(access_of(mode));

@@ -66,7 +66,8 @@ int gen_safe_fflush(const char* name, gen_stream* stream);
 // The unchecked ground they stand on: none of these reports.
 gen_stream_ptr gen_open(const char* name, const char* mode); // null, with the error number
 // A stream of its own over the `size` bytes at `start` of another one, to be read only. It reads
-// through that one, whose position it moves and which must outlive it.
+// through that one, whose position it moves and which must outlive it. Clears the error number;
+// null when a small part cannot be read, which is seen at once.
 gen_stream_ptr gen_open_part(gen_stream& whole, uint64_t start, uint64_t size);
 // Brings the other stream to where the part stands: how many of the next `size` bytes there are.
 uint64_t gen_enter_part(gen_stream& part, uint64_t size);

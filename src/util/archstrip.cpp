@@ -1,5 +1,5 @@
-// The archive workflow: each ELF member is copied into a scratch directory of this process and
-// stripped there; then the archiver replaces the members by their copies.
+// The archive workflow: each ELF member is stripped into a file of its own, in a scratch directory
+// of this process; then the archiver replaces the members by these copies.
 //
 // A member's name is data from a file. A copy is made only for a name that cannot lead out of the
 // scratch directory, and only where nothing is in its way.
@@ -26,7 +26,7 @@
 namespace {
 
 constexpr uint32_t scratch_mode = 0777;
-constexpr int tools_directory = 2; // the install type of the programs beside this one
+constexpr int tools_directory = 2;          // the install type of the programs beside this one
 constexpr size_t lines_at_once = 32 * 1024; // bytes of the list
 
 // The archive at hand. It is process-wide because the handler of the walk, and the handler of a
@@ -135,7 +135,7 @@ bool is_known_elf(gen_stream* stream) {
     return info != nullptr && info->kind == OBJ_ELF && info->target != 0;
 }
 
-// The member where it is in the archive; null when it is not all there.
+// The member where it is in the archive; null when it is not all there, or cannot be read.
 gen_stream_ptr open_member(gen_stream& archive, uint64_t size) {
     const uint64_t start = archive.position;
     const bool fits = start <= archive.size && size <= archive.size - start;

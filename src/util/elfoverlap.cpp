@@ -51,7 +51,7 @@ bool report_shared(const elf_image& image, const claimed_range& removed,
         size = image.sechead[other.section].sh_size;
     }
     return report_damage(image.name,
-                         "section %" PRIu32 ", which is to go, at sh_offset 0x%" PRIx64
+                         "section %" PRIu32 ", which is to be removed, at sh_offset 0x%" PRIx64
                          " with sh_size 0x%" PRIx64 " shares bytes with %s at 0x%" PRIx64
                          " with size 0x%" PRIx64,
                          removed.section, removed.start, image.sechead[removed.section].sh_size,

@@ -55,7 +55,8 @@ bool is_opened_file(const strip_job& job, const std::optional<host_status>& name
 bool find_input(strip_job& job) {
     job.input_status = job.input->opened;
     job.input_name = job.name;
-    if (is_opened_file(job, host_status_of_link(job.name)))
+    const std::optional<host_status> named = host_status_of_link(job.name);
+    if (named && named->is_regular && is_opened_file(job, named))
         return true; // the usual case: no link is in the way
     job.input_name = gen_real_name(job.name);
     if (is_opened_file(job, host_status_of(job.input_name.c_str())))

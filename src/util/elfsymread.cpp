@@ -25,8 +25,8 @@ bool check_symbol_table(const elf_image& image, uint32_t index) {
     if (symtab.sh_size / (symtab.sh_entsize != 0 ? symtab.sh_entsize : standard) >= symbol_gone)
         return report_damage(image.name,
                              "sh_size 0x%" PRIx64 " of symbol table section %" PRIu32
-                             " holds more than %" PRIu32 " entries",
-                             symtab.sh_size, index, symbol_gone);
+                             " holds more entries than the %" PRIu32 " that can be numbered",
+                             symtab.sh_size, index, symbol_gone - 1);
     return true;
 }
 

@@ -195,7 +195,7 @@ TEST(lbm, refuses_without_a_trace) {
              {index(ar_index({{"abc", header + 2}})), "m.o\n",
               "entry 0 leads to 0x52, to no member"},
              {index(ar_index({{"abcd", header}}).substr(0, 12)), "m.o\n",
-              "its size 12 ends before the last of 1 names"},
+              "it ends at its size, 12, before the last of 1 names"},
              {index(ar_index({{"ab", header}}) + "x"), "m.o\n",
               "behind the last name, which ends at 0xb"},
              {archive({}, build_ar_member(OBJ_ARCHIVE, {.name = "n/", .size = "1"})), "m.o\n",

@@ -92,12 +92,14 @@ TEST_F(library, is_rebuilt_and_links_as_before) {
 // The result of the last member decides whether the archiver runs; what failed before has been
 // said. An archive that is not rebuilt keeps everything.
 TEST_F(library, the_last_member_decides) {
-    std::string strange = object(), relocatable = object();
+    std::string strange = object(), relocatable = object(), broken = object();
     set_field(strange, field::e_machine, 0xBEEF);
     set_field(relocatable, field::e_type, et::rel);
     for (const char* name : {"elf", "dont_delete", "objfiles"})
         place.put(name, object());
+    set_field(broken, field::e_phentsize, 1);
     place.put("strange", strange);
+    place.put("broken/objfiles", broken);
     place.put("relocatable", relocatable);
     const std::string failed = "objtrim: error: failed to strip file 'lib.a'\n";
     const std::string unknown = "objtrim: error: file lib.a(strange) is not a known ELF type\n";
@@ -115,6 +117,7 @@ TEST_F(library, the_last_member_decides) {
         {"elf strange", 1, unknown + failed, false},
         {"elf elf elf", 0, "", true},
         {"dont_delete objfiles dont_delete", 0, "", true}, // the scratch directory's own files
+        {"elf broken/objfiles", 1, "objtrim: fatal: elf64_readprogheader(): phentsize\n", false},
     };
     for (const auto& row : rows) {
         std::filesystem::remove(place.path("lib.a"));

@@ -208,7 +208,7 @@ TEST(symbols, more_entries_than_can_be_numbered_are_refused) {
         std::filesystem::resize_file(place.path("f"), begin + size, failed);
     if (!host_has_limits || failed)
         GTEST_SKIP() << "this host has no files with holes of that size";
-    EXPECT_NE(place.trim("-x f").err.find("holds more than 4294967295 entries"), std::string::npos);
+    EXPECT_NE(place.trim("-x f").err.find("more entries than the 4294967294"), std::string::npos);
     EXPECT_EQ(std::filesystem::file_size(place.path("f")), begin + size);
 }
 
