@@ -17,6 +17,10 @@ bool is_well_formed(const std::string& file) {
     const uint64_t count = get_field(file, field::e_shnum);
     if (count > file.size() / 40 || get_field(file, field::e_shentsize) < (is_64 ? 64u : 40u))
         return false;
+    // Names that stand in a table of symbols or relocations are rewritten with it.
+    const uint64_t names = get_field(file, field::e_shstrndx);
+    if (names >= count || get_field(file, field::sh_type, names) != sht::strtab)
+        return false;
     std::vector<range> ranges = {{0, is_64 ? 64 : 52}};
     const auto claim = [&ranges](uint64_t start, uint64_t size) {
         if (size != 0)
