@@ -148,7 +148,7 @@ bool make_copy(gen_stream& archive, const ar_member_context& context, const std:
     const ar_member& member = *context.member;
     const uint32_t mode = member.mode & 0777;
     const int64_t start = static_cast<int64_t>(archive.position);
-    bool was_tried = false;
+    bool was_tried = false; // what there is to say has been said, and is not to be said again
     if (elf_result_replaces(path.c_str())) {
         gen_stream_ptr part = open_member(archive, static_cast<uint64_t>(member.size));
         was_tried = part && is_known_elf(part.get());
@@ -212,8 +212,8 @@ int32_t strip_members(const char* archive_name) {
     const int32_t result = ar_walk(archive_name, handlers);
     if (result != 0 || run.stripped_count == 0)
         return result;
-    // A list with a hole in it would leave members as they were without a word from the archiver.
     write_lines();
+    // A list with a hole in it would leave members as they were without a word from the archiver.
     const bool is_written = run.list->write_error == 0;
     const bool is_closed =
         gen_safe_fclose(run.archive_list.c_str(), "@file", std::move(run.list)) == 0;

@@ -214,9 +214,8 @@ TEST(lbm, refuses_without_a_trace) {
         const run_result result = place.command(lbm + refusal.arguments);
         EXPECT_EQ(result.status, 1) << refusal.complaint;
         EXPECT_EQ(result.err.substr(0, 12), "lbm: error: ");
-        EXPECT_NE(result.err.find(refusal.complaint.starts_with("usage") ? "" : "x.a'"),
-                  std::string::npos)
-            << result.err;
+        const char* const named = refusal.complaint.starts_with("usage") ? "" : "x.a'";
+        EXPECT_NE(result.err.find(named), std::string::npos) << result.err;
         EXPECT_NE(result.err.find(refusal.complaint), std::string::npos) << result.err;
         EXPECT_TRUE(place.state("x.a") == before) << refusal.complaint;
         EXPECT_EQ(place.list(), split("list m.o other text x.a")) << refusal.complaint;
