@@ -22,7 +22,6 @@
 #include "shared/host.h"
 #include "support/files.h"
 #include "util/coffstrip.h"
-#include "util/options.h"
 
 int objtrim_main(int argc, char** argv); // the entries of the two programs
 int lbm_main(int argc, char** argv);
@@ -138,12 +137,6 @@ void reset_identification() {
 }
 
 void reset_options() {
-    strip_flags = option_flags();
-    forced_kind = options_frozen = false;
-    output_name.reset();
-    remove_section_list = name_list();
-    keep_symbol_list = name_list();
-    strip_symbol_list = name_list();
     gen_tmpdir_hook = first_tmpdir_hook;
 }
 

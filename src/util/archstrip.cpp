@@ -32,6 +32,7 @@ constexpr size_t lines_at_once = 32 * 1024; // bytes of the list
 // The archive at hand. It is process-wide because the handler of the walk, and the handler of a
 // fatal end, have nothing else to find it by.
 struct archive_run {
+    strip_options* options = nullptr;
     std::string archive_dir;
     std::string archive_list;             // names the stripped copies, for the archiver
     std::vector<std::string> directories; // archive_dir, and those of members of the same name
@@ -149,10 +150,12 @@ bool make_copy(gen_stream& archive, const ar_member_context& context, const std:
     const uint32_t mode = member.mode & 0777;
     const int64_t start = static_cast<int64_t>(archive.position);
     bool was_tried = false; // what there is to say has been said, and is not to be said again
-    if (elf_result_replaces(path.c_str())) {
+    if (elf_result_replaces(*run.options, path.c_str())) {
         gen_stream_ptr part = open_member(archive, static_cast<uint64_t>(member.size));
         was_tried = part && is_known_elf(part.get());
-        if (was_tried && elf_strip_part(std::move(part), path.c_str(), mode))
+        if (was_tried)
+            reconcile_options(*run.options);
+        if (was_tried && elf_strip_part(*run.options, std::move(part), path.c_str(), mode))
             return true;
     }
     gen_safe_fseek64(context.archive_name, &archive, start, GEN_SEEK_SET);
@@ -164,8 +167,10 @@ bool make_copy(gen_stream& archive, const ar_member_context& context, const std:
                   member.name.c_str());
         return false;
     }
-    if (!was_tried)
-        elf_strip(std::move(copy), path.c_str());
+    if (!was_tried) {
+        reconcile_options(*run.options);
+        elf_strip(*run.options, std::move(copy), path.c_str());
+    }
     copy.reset();
     host_set_mode(path.c_str(), mode);
     return true;
@@ -222,9 +227,10 @@ int32_t strip_members(const char* archive_name) {
 
 } // namespace
 
-int32_t archive_strip(const char* archive_name) {
+int32_t archive_strip(strip_options& options, const char* archive_name) {
     if (!make_scratch_directory())
         return 1;
+    run.options = &options;
     const int32_t status = strip_members(archive_name);
     remove_scratch_directories();
     return status;

@@ -8,7 +8,6 @@
 #include "shared/genout.h"
 #include "shared/genpath.h"
 #include "shared/host.h"
-#include "util/options.h"
 
 namespace {
 
@@ -46,7 +45,7 @@ void update_record(dnm_section& record, const section_plan& plan, const elf_layo
 } // namespace
 
 void update_dnm(const elf_image& image, const section_plan& plan, const elf_layout_plan& layout) {
-    if (strip_flags.dont_update_dnm || image.elfhead.e_type != ET_EXEC)
+    if (image.elfhead.e_type != ET_EXEC)
         return;
     const std::string name = companion_name(image.name);
     if (!host_readable(name.c_str()))

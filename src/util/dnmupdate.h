@@ -6,6 +6,6 @@
 #include "util/elfpolicy.h"
 
 // Translates the file offsets and section numbers in the map beside `image`, if it is an executable
-// that has one, unless the options say not to. All sections have been laid out; the headers in
+// that has one. All sections have been laid out; the headers in
 // `image` are still the input's.
 void update_dnm(const elf_image& image, const section_plan& plan, const elf_layout_plan& layout);

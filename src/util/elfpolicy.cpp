@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "util/options.h"
-
 namespace {
 
 bool is_one_of(const char* name, std::initializer_list<const char*> names) {
@@ -22,31 +20,34 @@ uint32_t relocation_prefix_length(const char* name) {
     return 0;
 }
 
-// The names to be removed, whole or as patterns.
-struct removal_names {
+// What is to be removed: the options, and their names as patterns where these are asked for.
+struct removal_rules {
+    const strip_options& options;
     string_index strings;
     name_judge judge;
 };
 
 bool is_named_for_removal(const elf_image& image, const elf_section_header& section,
-                          removal_names& names) {
+                          removal_rules& rules) {
     const uint32_t skipped = relocation_prefix_length(section_name(image, section));
-    if (strip_flags.wildcards)
-        return is_named(names.judge, section.sh_name + skipped);
-    return match_exact_name(remove_section_list, section_name(image, section) + skipped);
+    if (rules.options.strip_flags.wildcards)
+        return is_named(rules.judge, section.sh_name + skipped);
+    return match_exact_name(rules.options.remove_section_list,
+                            section_name(image, section) + skipped);
 }
 
 // The first rule that applies decides.
-bool section_is_removed(const elf_image& image, uint32_t index, removal_names& names) {
+bool section_is_removed(const elf_image& image, uint32_t index, removal_rules& rules) {
     const elf_section_header& section = image.sechead[index];
+    const option_flags& flags = rules.options.strip_flags;
     const char* name = section_name(image, section);
     if (index == 0 || section.sh_flags & SHF_ALLOC)
         return false;
     if (is_one_of(name, {".shstrtab", ".symtab_shndx"}))
         return false;
-    if (strip_flags.strip_reloc && is_one_of(name, {".symtab", ".strtab"}))
+    if (flags.strip_reloc && is_one_of(name, {".symtab", ".strtab"}))
         return false;
-    return is_named_for_removal(image, section, names) || strip_flags.all_unallocated;
+    return is_named_for_removal(image, section, rules) || flags.all_unallocated;
 }
 
 void keep_section(section_plan& plan, const elf_image& image, uint32_t index) {
@@ -79,18 +80,18 @@ void number_sections(section_plan& plan) {
 
 } // namespace
 
-section_plan plan_sections(const elf_image& image) {
-    removal_names names;
-    if (strip_flags.wildcards) {
-        names.strings = index_strings(image.shstrtab.text(), image.shstrtab.size + 1);
-        names.judge = make_judge(remove_section_list, names.strings);
+section_plan plan_sections(const strip_options& options, const elf_image& image) {
+    removal_rules rules = {options, {}, {}};
+    if (options.strip_flags.wildcards) {
+        rules.strings = index_strings(image.shstrtab.text(), image.shstrtab.size + 1);
+        rules.judge = make_judge(options.remove_section_list, rules.strings);
     }
     section_plan plan;
     plan.info.resize(image.sechead.size());
     plan.new_section_index.resize(image.sechead.size());
     for (uint32_t i = 0; i < image.sechead.size(); ++i) {
         plan.info[i].old_offset = image.sechead[i].sh_offset;
-        if (!section_is_removed(image, i, names))
+        if (!section_is_removed(image, i, rules))
             keep_section(plan, image, i);
     }
     drop_idle_index_table(plan);

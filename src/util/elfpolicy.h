@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "util/elfimage.h"
+#include "util/options.h"
 
 // Names that the options add to the lists. Debug sections that are not named here stay; the second
 // .debug_macinfo is deliberate and takes a place of the list.
@@ -38,7 +39,7 @@ struct section_plan {
 };
 
 // Classifies and numbers the sections. The options are reconciled and the names sound.
-section_plan plan_sections(const elf_image& image);
+section_plan plan_sections(const strip_options& options, const elf_image& image);
 
 inline bool removes_sections(const section_plan& plan) {
     return plan.kept_count < plan.info.size();

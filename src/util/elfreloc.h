@@ -20,6 +20,7 @@ struct relocation_table {
 };
 
 struct relocation_plan {
+    option_flags flags; // how relocations are converted
     std::vector<relocation_table> tables;
     std::vector<uint32_t> table_of; // by section index: the number of its table + 1, or 0
     gen_block piece;                // some entries of one table
@@ -37,8 +38,8 @@ bool relocations_are_rewritten(const elf_image& image, const elf_section_header&
 // Reads the relocations of the kept sections, when a symbol table is kept. With
 // --convert-to-secrel-reloc it notes in `symbols` which symbols they name and how; a wrong symbol
 // index is then a failed assertion. False after a report of damage.
-bool read_relocations(const elf_image& image, const section_plan& plan, symbol_plan& symbols,
-                      relocation_plan& relocations);
+bool read_relocations(const option_flags& flags, const elf_image& image, const section_plan& plan,
+                      symbol_plan& symbols, relocation_plan& relocations);
 
 // Whether every relocation names a symbol that there is. False after a report of damage.
 bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,

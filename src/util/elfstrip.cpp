@@ -33,17 +33,18 @@ std::optional<std::string> answer_input_directory() {
 }
 
 struct strip_job {
-    const char* name = nullptr; // as typed, for messages
-    std::string input_name;     // the file itself
-    gen_stream_ptr input;
-    host_status input_status;
-    elf_image image;
+    const strip_options& options;
+    const char* name = nullptr;  // as typed, for messages
+    std::string input_name = {}; // the file itself
+    gen_stream_ptr input = {};
+    host_status input_status = {};
+    elf_image image = {};
 
-    std::string result_name;
-    gen_unfinished_file unfinished; // the result, until it has taken the input's place
-    bool replaces_input = false;    // the result is renamed over the input
-    bool is_part = false;           // there is no input of this name yet
-    gen_stream_ptr result;
+    std::string result_name = {};
+    gen_unfinished_file unfinished = {}; // the result, until it has taken the input's place
+    bool replaces_input = false;         // the result is renamed over the input
+    bool is_part = false;                // there is no input of this name yet
+    gen_stream_ptr result = {};
 };
 
 bool is_opened_file(const strip_job& job, const std::optional<host_status>& named) {
@@ -67,7 +68,7 @@ bool find_input(strip_job& job) {
 }
 
 bool is_refused_object(const strip_job& job) {
-    if (job.image.elfhead.e_type != ET_REL || strip_flags.strip_reloc)
+    if (job.image.elfhead.e_type != ET_REL || job.options.strip_flags.strip_reloc)
         return false;
     gen_error("Unable to strip relocatable ELF file '%s'", job.name);
     return true;
@@ -97,7 +98,7 @@ void install_directory_hook(const strip_job& job) {
 }
 
 void open_result(strip_job& job) {
-    job.replaces_input = job.is_part || elf_result_replaces(job.name);
+    job.replaces_input = job.is_part || elf_result_replaces(job.options, job.name);
     if (job.replaces_input) {
         const std::optional<std::string> temporary = gen_temp_name(nullptr, "tmp");
         if (!temporary)
@@ -105,7 +106,7 @@ void open_result(strip_job& job) {
         job.result_name = *temporary;
         job.unfinished.guard(*temporary);
     } else {
-        job.result_name = *output_name;
+        job.result_name = *job.options.output_name;
     }
     job.result =
         gen_safe_fopen(job.result_name.c_str(), "output file", job.replaces_input ? "wbx" : "wb");
@@ -143,17 +144,18 @@ void finish(strip_job& job) {
 
 // False when there is nothing to change, or after a report of damage. Damage is told before any
 // assertion of the rewrite can fire, as soon as it is certain that the file changes.
-bool plan_changes(elf_image& image, strip_plan& plan) {
-    plan.sections = plan_sections(image);
+bool plan_changes(const strip_options& options, elf_image& image, strip_plan& plan) {
+    plan.sections = plan_sections(options, image);
     const bool removes = removes_sections(plan.sections);
     if ((removes && !removal_is_safe(image, plan.sections)) ||
         !read_symbols(image, plan.sections, plan.symbols) ||
-        !read_relocations(image, plan.sections, plan.symbols, plan.relocations))
+        !read_relocations(options.strip_flags, image, plan.sections, plan.symbols,
+                          plan.relocations))
         return false;
     if (removes && !relocations_are_sound(image, plan.symbols, plan.relocations))
         return false;
     if (plan.symbols.present)
-        rewrite_symbols(image, plan.sections, plan.symbols);
+        rewrite_symbols(options, image, plan.sections, plan.symbols);
     if (removes)
         return true;
     return drops_symbols(plan.symbols) &&
@@ -166,18 +168,19 @@ void write_result(strip_job& job, strip_plan& plan) {
         prepare_symbol_output(plan.sections, plan.symbols);
     const output_file output = {job.result_name.c_str(), *job.result};
     write_sections(job.image, plan, layout, output);
-    update_dnm(job.image, plan.sections, layout);
+    if (!job.options.strip_flags.dont_update_dnm)
+        update_dnm(job.image, plan.sections, layout);
     write_headers(job.image, plan, layout, output);
 }
 
 void strip(strip_job& job) {
     if (!read_image(job.image) || is_refused_object(job) || !names_are_sound(job.image))
         return;
-    if (strip_flags.vxworks)
+    if (job.options.strip_flags.vxworks)
         return empty_debug_section(job);
     install_directory_hook(job);
     strip_plan plan;
-    if (!plan_changes(job.image, plan))
+    if (!plan_changes(job.options, job.image, plan))
         return;
     open_result(job);
     write_result(job, plan);
@@ -192,22 +195,22 @@ void take_input(strip_job& job, gen_stream_ptr stream, const char* name) {
 
 } // namespace
 
-bool elf_result_replaces(const char* name) {
-    return !strip_flags.vxworks && (!output_name || same_file_name(*output_name, name));
+bool elf_result_replaces(const strip_options& options, const char* name) {
+    return !options.strip_flags.vxworks &&
+           (!options.output_name || same_file_name(*options.output_name, name));
 }
 
-void elf_strip(gen_stream_ptr stream, const char* name) {
-    reconcile_options();
-    strip_job job;
+void elf_strip(const strip_options& options, gen_stream_ptr stream, const char* name) {
+    strip_job job = {.options = options};
     take_input(job, std::move(stream), name);
     if (find_input(job))
         strip(job);
     finish(job);
 }
 
-bool elf_strip_part(gen_stream_ptr stream, const char* name, uint32_t mode) {
-    reconcile_options();
-    strip_job job;
+bool elf_strip_part(const strip_options& options, gen_stream_ptr stream, const char* name,
+                    uint32_t mode) {
+    strip_job job = {.options = options};
     take_input(job, std::move(stream), name);
     job.input_name = name;
     job.input_status.mode = mode;

@@ -7,7 +7,6 @@
 #include <optional>
 
 #include "util/elfassert.h"
-#include "util/options.h"
 
 namespace {
 
@@ -24,6 +23,7 @@ enum class verdict {
 };
 
 struct rewrite_job {
+    const option_flags& flags;
     elf_image& image;
     const section_plan& plan;
     symbol_plan& symbols;
@@ -74,7 +74,7 @@ verdict judge_need(const rewrite_job& job, uint32_t index) {
     const std::vector<symbol_usage>& usage = job.symbols.usage;
     if (elf_symbol_type(symbol) == STT_FILE || usage.empty() || !usage[index].referenced)
         return verdict::drop;
-    if (strip_flags.keep_used_common && elf_symbol_type(symbol) == STT_COMMON)
+    if (job.flags.keep_used_common && elf_symbol_type(symbol) == STT_COMMON)
         return verdict::keep_by_rule;
     return verdict::keep;
 }
@@ -104,11 +104,11 @@ verdict judge(rewrite_job& job, uint32_t index) {
     verdict result = judge_by_rule(job, index);
     if (result != verdict::keep)
         return result;
-    if (strip_flags.strip_unneeded)
+    if (job.flags.strip_unneeded)
         result = judge_need(job, index);
     if (result != verdict::drop && is_named(job.strip, job.symbols.symbols[index].st_name))
         result = verdict::drop;
-    if (result == verdict::keep && strip_flags.strip_unneeded && strip_flags.secrel_reloc)
+    if (result == verdict::keep && job.flags.strip_unneeded && job.flags.secrel_reloc)
         result = convert_to_section(job, index);
     return result;
 }
@@ -143,7 +143,7 @@ void emit(rewrite_job& job, uint32_t index, uint32_t new_index) {
 
 void begin_shared_strings(rewrite_job& job) {
     job.shared_strings =
-        strip_flags.strip_reloc && job.image.elfhead.e_shstrndx == job.plan.strtab_index;
+        job.flags.strip_reloc && job.image.elfhead.e_shstrndx == job.plan.strtab_index;
     if (!job.shared_strings)
         return;
     job.old_names.resize(job.image.sechead.size());
@@ -172,13 +172,15 @@ void place_section_names(rewrite_job& job) {
 
 } // namespace
 
-void rewrite_symbols(elf_image& image, const section_plan& plan, symbol_plan& symbols) {
-    rewrite_job job = {.image = image,
+void rewrite_symbols(const strip_options& options, elf_image& image, const section_plan& plan,
+                     symbol_plan& symbols) {
+    rewrite_job job = {.flags = options.strip_flags,
+                       .image = image,
                        .plan = plan,
                        .symbols = symbols,
                        .section_symbols = {},
-                       .keep = make_judge(keep_symbol_list, symbols.strings.old),
-                       .strip = make_judge(strip_symbol_list, symbols.strings.old),
+                       .keep = make_judge(options.keep_symbol_list, symbols.strings.old),
+                       .strip = make_judge(options.strip_symbol_list, symbols.strings.old),
                        .old_names = {},
                        .equal_names = {},
                        .section_names = {}};

@@ -39,7 +39,8 @@ bool read_symbols(elf_image& image, const section_plan& plan, symbol_plan& symbo
 
 // Decides every symbol by the lists and options, renumbers the kept ones and moves their strings.
 // With a string table that serves the section names too, these move with them, and sh_name changes.
-void rewrite_symbols(elf_image& image, const section_plan& plan, symbol_plan& symbols);
+void rewrite_symbols(const strip_options& options, elf_image& image, const section_plan& plan,
+                     symbol_plan& symbols);
 
 inline bool drops_symbols(const symbol_plan& symbols) {
     return symbols.symbols.size() != symbols.new_index.size();

@@ -14,51 +14,56 @@
 
 namespace {
 
-// Whether the run has done work: a file was opened, or the usage or version was asked for.
-bool file_seen;
+// What the run knows.
+struct strip_run {
+    strip_options options;
+    bool file_seen = false; // work was done: a file was opened, or the usage or version asked for
+};
 
 void close_operand(const char* name, gen_stream_ptr stream) {
     gen_safe_fclose(name, "executable", std::move(stream));
 }
 
-void take_option(const char* argument) {
+void take_option(strip_run& run, const char* argument) {
     if (strcmp(argument, "-help") == 0 || strcmp(argument, "-V") == 0)
-        file_seen = true;
-    parse_option(argument);
+        run.file_seen = true;
+    parse_option(run.options, argument);
 }
 
-void route(gen_stream_ptr stream, const char* name, const objinfo& info) {
+void route(strip_run& run, gen_stream_ptr stream, const char* name, const objinfo& info) {
     const bool known = info.target != 0;
     switch (info.kind) {
     case OBJ_ELF:
-        if (known)
-            return elf_strip(std::move(stream), name);
+        if (known) {
+            reconcile_options(run.options);
+            return elf_strip(run.options, std::move(stream), name);
+        }
         gen_error("file %s is not a known ELF type\n", name);
         break;
     case OBJ_PECOFF:
-        if (known || forced_kind)
+        if (known || run.options.forced_kind)
             return pecoff_strip(std::move(stream), name, info);
         gen_error("file '%s' is not a known PE/COFF type", name);
         break;
     case OBJ_ARCHIVE:
     case OBJ_ARCHIVE64:
         close_operand(name, std::move(stream));
-        if (archive_strip(name) != 0)
+        if (archive_strip(run.options, name) != 0)
             gen_error("failed to strip file '%s'", name);
         return;
     default:
-        if (forced_kind || (known && (info.kind == OBJ_COFF || info.kind == OBJ_XCOFF)))
+        if (run.options.forced_kind || (known && (info.kind == OBJ_COFF || info.kind == OBJ_XCOFF)))
             return coff_strip(std::move(stream), name, info);
         gen_error("file '%s' is not COFF/ELF", name);
     }
     close_operand(name, std::move(stream));
 }
 
-void take_file(const char* name) {
+void take_file(strip_run& run, const char* name) {
     gen_stream_ptr stream = gen_safe_fopen(name, "executable", "rb+");
-    file_seen = true;
+    run.file_seen = true;
     if (const objinfo* info = obj_identify(stream.get(), nullptr)) {
-        route(std::move(stream), name, *info);
+        route(run, std::move(stream), name, *info);
     } else {
         gen_error("file '%s' is not BSD/COFF/ELF", name);
         close_operand(name, std::move(stream));
@@ -74,15 +79,16 @@ int main(int argc, char** argv) {
     int program_path_count = 1;
     gen_init(program_path[0], program_path_count, program_path, gen_init_options());
 
+    strip_run run;
     for (int i = 1; i < argc; ++i) {
         if (argv[i][0] == '-')
-            take_option(argv[i]);
+            take_option(run, argv[i]);
         else
-            take_file(argv[i]);
+            take_file(run, argv[i]);
     }
-    if (!file_seen) {
+    if (!run.file_seen) {
         gen_error("File argument required.");
-        print_usage();
+        print_usage(run.options);
     }
     if (gen_total_errors != 0)
         gen_exit(status_failure);

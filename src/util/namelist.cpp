@@ -8,7 +8,7 @@
 namespace {
 
 // Looks at the beginning of a name only.
-bool match_head(name_list& list, const char* name) {
+bool match_head(const name_list& list, const char* name) {
     return list.matches_all || match_exact_name(list, name) ||
            begins_with_pattern(list.beginnings, name);
 }
@@ -19,7 +19,7 @@ bool has_tail_patterns(const name_list& list) {
 
 // The other patterns match a text, or any end of it, up to a certain place: how many of its ends
 // do, counted from the whole text on. 0 when not even that matches.
-size_t tail_match_limit(name_list& list, std::string_view text) {
+size_t tail_match_limit(const name_list& list, std::string_view text) {
     return static_cast<size_t>(std::max(last_pattern_start(list.contents, text),
                                         ending_pattern_start(list.endings, text)) +
                                1);
@@ -49,6 +49,12 @@ void append_name(name_list& list, std::string_view name) {
         add_pattern(list.endings, name);
 }
 
+void prepare_patterns(name_list& list) {
+    prepare_beginnings(list.beginnings);
+    prepare_search(list.endings);
+    prepare_search(list.contents);
+}
+
 bool match_exact_name(const name_list& list, const char* name) {
     if (list.count == 0)
         return false;
@@ -56,11 +62,11 @@ bool match_exact_name(const name_list& list, const char* name) {
     return length <= list.longest && list.whole.contains(std::string_view(name, length));
 }
 
-bool match_name_list(name_list& list, const char* name) {
+bool match_name_list(const name_list& list, const char* name) {
     return match_head(list, name) || (has_tail_patterns(list) && tail_match_limit(list, name) != 0);
 }
 
-name_judge make_judge(name_list& list, const string_index& strings) {
+name_judge make_judge(const name_list& list, const string_index& strings) {
     name_judge judge;
     judge.list = &list;
     judge.strings = &strings;
@@ -70,7 +76,7 @@ name_judge make_judge(name_list& list, const string_index& strings) {
 }
 
 bool is_named(name_judge& judge, uint32_t offset) {
-    name_list& list = *judge.list;
+    const name_list& list = *judge.list;
     if (list.count == 0)
         return false;
     const string_index& strings = *judge.strings;

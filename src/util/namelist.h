@@ -22,22 +22,25 @@ struct name_list {
 };
 
 void append_name(name_list& list, std::string_view name);
+// Makes the patterns ready for matching, after names were added.
+void prepare_patterns(name_list& list);
 
 // Whether `name`, a C string, equals a name of the list to the letter. Looks at no more of it than
 // the longest name has, since a damaged file's names may be as long as the file.
 bool match_exact_name(const name_list& list, const char* name);
-// Whether `name` matches a pattern of the list.
-bool match_name_list(name_list& list, const char* name);
+// Whether `name` matches a pattern of the list, which is prepared.
+bool match_name_list(const name_list& list, const char* name);
 
 // Matches the names in one string table. Whether a pattern that ends or is contained in a name
 // matches depends only on how far into its string the name begins: the last such place is
 // remembered for each string, so that names that share a long string cost no more than one.
 struct name_judge {
-    name_list* list = nullptr;
+    const name_list* list = nullptr;
     const string_index* strings = nullptr;
     gen_block tail_limits; // uint32_t for each string: how many of its ends match, + 1; or 0
 };
 
-name_judge make_judge(name_list& list, const string_index& strings);
+// The list is prepared, and outlives the judge.
+name_judge make_judge(const name_list& list, const string_index& strings);
 // Whether the name at `offset`, which lies inside the table (0 in an empty one), matches the list.
 bool is_named(name_judge& judge, uint32_t offset);

@@ -8,43 +8,35 @@
 #include "util/elfpolicy.h"
 #include "util/version.h"
 
-option_flags strip_flags;
-bool forced_kind;
-std::optional<std::string> output_name;
-bool options_frozen;
-name_list remove_section_list;
-name_list keep_symbol_list;
-name_list strip_symbol_list;
-
 namespace {
 
-void show_version() {
+void show_version(strip_options&) {
     gen_plain("%s", version_stamp(VERSION_TEXT).c_str());
 }
 
-void set_output_name(const char* value) {
-    output_name = value;
+void set_output_name(strip_options& options, const char* value) {
+    options.output_name = value;
 }
 
-void set_prefixed_messages() {
+void set_prefixed_messages(strip_options&) {
     gen_prefixed_messages = true;
 }
 
-void set_forced_kind() {
-    forced_kind = true;
+void set_forced_kind(strip_options& options) {
+    options.forced_kind = true;
 }
 
-void remove_named_section(const char* value) {
-    strip_flags.remove_named = true;
-    add_remove_section(value);
+void remove_named_section(strip_options& options, const char* value) {
+    options.strip_flags.remove_named = true;
+    add_remove_section(options, value);
 }
 
-void prepare_intermediate_dll() {
-    strip_flags.strip_unneeded = true;
-    strip_flags.secrel_reloc = true;
-    strip_flags.keep_used_common = true;
+void prepare_intermediate_dll(strip_options& options) {
+    options.strip_flags.strip_unneeded = true;
+    options.strip_flags.secrel_reloc = true;
+    options.strip_flags.keep_used_common = true;
     for (const char* name : {"_ctors", "_init", "_fini", "__call_dtors__Fv", "..orv.intsharedlib*"})
-        add_keep_symbol(name);
+        add_keep_symbol(options, name);
 }
 
 // One spelling: it sets a flag, runs a routine, or hands on the value behind it.
@@ -52,8 +44,9 @@ struct option_row {
     const char* spelling;
     bool option_flags::*flag = nullptr;
     bool setting = true;
-    void (*action)() = nullptr;
-    void (*value_action)(const char* value) = nullptr; // the spelling is a prefix then
+    void (*action)(strip_options& options) = nullptr;
+    // The spelling is a prefix then.
+    void (*value_action)(strip_options& options, const char* value) = nullptr;
 };
 
 constexpr option_row option_rows[] = {
@@ -101,63 +94,65 @@ const option_row* find_option(const char* argument) {
     return nullptr;
 }
 
-struct limited_list {
-    name_list& names;
+struct list_limit {
+    name_list strip_options::*names;
     size_t limit;
     const char* complaint; // with the limit as %d
 };
 
-const limited_list remove_sections = {remove_section_list, 99, "Too many -r options, limit is %d"};
-const limited_list keep_symbols = {keep_symbol_list, 999,
-                                   "Too many --keep-symbol= options, limit is %d"};
-const limited_list strip_symbols = {strip_symbol_list, 999,
-                                    "Too many --strip-symbol= options, limit is %d"};
+constexpr list_limit remove_sections = {&strip_options::remove_section_list, 99,
+                                        "Too many -r options, limit is %d"};
+constexpr list_limit keep_symbols = {&strip_options::keep_symbol_list, 999,
+                                     "Too many --keep-symbol= options, limit is %d"};
+constexpr list_limit strip_symbols = {&strip_options::strip_symbol_list, 999,
+                                      "Too many --strip-symbol= options, limit is %d"};
 
-void add_name(const limited_list& list, const char* name) {
-    if (list.names.count >= list.limit)
+void add_name(strip_options& options, const list_limit& list, const char* name) {
+    name_list& names = options.*list.names;
+    if (names.count >= list.limit)
         gen_fatal(status_failure, list.complaint, static_cast<int>(list.limit));
-    append_name(list.names, name);
+    append_name(names, name);
 }
 
-void add_default_sections(std::span<const char* const> names) {
+void add_default_sections(strip_options& options, std::span<const char* const> names) {
     for (const char* name : names)
-        add_remove_section(name);
+        add_remove_section(options, name);
 }
 
 } // namespace
 
-void parse_option(const char* argument) {
-    if (options_frozen)
-        print_usage();
+void parse_option(strip_options& options, const char* argument) {
+    if (options.options_frozen)
+        print_usage(options);
     const option_row* row = find_option(argument);
     if (!row) {
         gen_warning("unrecognized option, %s (ignored)", argument);
-        print_usage();
+        print_usage(options);
     } else if (row->flag) {
-        strip_flags.*row->flag = row->setting;
+        options.strip_flags.*row->flag = row->setting;
     } else if (row->action) {
-        row->action();
+        row->action(options);
     } else {
-        row->value_action(argument + strlen(row->spelling));
+        row->value_action(options, argument + strlen(row->spelling));
     }
 }
 
-void add_remove_section(const char* name) {
-    add_name(remove_sections, name);
+void add_remove_section(strip_options& options, const char* name) {
+    add_name(options, remove_sections, name);
 }
 
-void add_keep_symbol(const char* name) {
-    add_name(keep_symbols, name);
+void add_keep_symbol(strip_options& options, const char* name) {
+    add_name(options, keep_symbols, name);
 }
 
-void add_strip_symbol(const char* name) {
-    add_name(strip_symbols, name);
+void add_strip_symbol(strip_options& options, const char* name) {
+    add_name(options, strip_symbols, name);
 }
 
-void reconcile_options() {
-    if (options_frozen)
-        return;
-    option_flags& flags = strip_flags;
+namespace {
+
+void settle(strip_options& options) {
+    option_flags& flags = options.strip_flags;
     // Decided before -l may be taken back below: a -l that is ignored still is no default mode.
     const bool default_mode = !flags.all_unallocated && !flags.keep_symtab &&
                               !flags.strip_unneeded && !flags.lines_only && !flags.remove_named &&
@@ -172,23 +167,33 @@ void reconcile_options() {
         flags.secrel_reloc = false;
     }
     if (default_mode && !flags.strip_reloc)
-        add_default_sections(symbol_table_names);
+        add_default_sections(options, symbol_table_names);
     if (default_mode || flags.strip_unneeded || flags.strip_orv_debug)
-        add_default_sections(orv_debug_names);
+        add_default_sections(options, orv_debug_names);
     if (default_mode || flags.keep_symtab || flags.strip_unneeded)
-        add_default_sections(debug_names);
+        add_default_sections(options, debug_names);
     if (default_mode || flags.keep_symtab || flags.lines_only || flags.strip_unneeded)
-        add_default_sections(line_number_names);
+        add_default_sections(options, line_number_names);
     if (flags.strip_unneeded || flags.strip_orv_debug)
-        add_strip_symbol(local_name_pattern);
-    options_frozen = true;
+        add_strip_symbol(options, local_name_pattern);
+    options.options_frozen = true;
 }
 
-void print_usage() {
-    static bool printed;
-    if (printed)
+} // namespace
+
+void reconcile_options(strip_options& options) {
+    if (!options.options_frozen)
+        settle(options);
+    if (options.strip_flags.wildcards)
+        prepare_patterns(options.remove_section_list);
+    prepare_patterns(options.keep_symbol_list);
+    prepare_patterns(options.strip_symbol_list);
+}
+
+void print_usage(strip_options& options) {
+    if (options.usage_printed)
         return;
-    printed = true;
+    options.usage_printed = true;
     gen_eprintf("usage: %s [options] [files]\n"
                 "\t-a          remove all unallocated sections except .shstrtab (ELF only)\n"
                 "\t-l          strip line number information only\n"

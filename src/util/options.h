@@ -1,4 +1,4 @@
-// Options: what the command line says, kept for the whole run.
+// Options: what the command line says.
 //
 // Options act on the file operands that follow them. The first ELF file settles which of them go
 // together and fills in the default names; later options still change flags and lists.
@@ -27,24 +27,29 @@ struct option_flags {
     bool wildcards = false;         // -wildcards_in_secnames
 };
 
-extern option_flags strip_flags;
-extern bool forced_kind;                       // -F: COFF strippers take what is not recognised
-extern std::optional<std::string> output_name; // -o=
-extern bool options_frozen;                    // an ELF file has been met
-extern name_list remove_section_list;
-extern name_list keep_symbol_list;
-extern name_list strip_symbol_list;
+// The state of the options. A run has one; nothing is reset between its files.
+struct strip_options {
+    option_flags strip_flags;
+    bool forced_kind = false;               // -F: COFF strippers take what is not recognised
+    std::optional<std::string> output_name; // -o=
+    bool options_frozen = false;            // an ELF file has been met
+    bool usage_printed = false;
+    name_list remove_section_list;
+    name_list keep_symbol_list;
+    name_list strip_symbol_list;
+};
 
-// Applies one argument that begins with "-". Its text must outlive the run.
-void parse_option(const char* argument);
+// Applies one argument that begins with "-". Its text must outlive the options.
+void parse_option(strip_options& options, const char* argument);
 
 // Each adds a name; a list that is full ends the program with status 1.
-void add_remove_section(const char* name);
-void add_keep_symbol(const char* name);
-void add_strip_symbol(const char* name);
+void add_remove_section(strip_options& options, const char* name);
+void add_keep_symbol(strip_options& options, const char* name);
+void add_strip_symbol(strip_options& options, const char* name);
 
-// Settles conflicts, adds the default names, and freezes the options. Does nothing a second time.
-void reconcile_options();
+// Before each ELF file: the first one settles conflicts, adds the default names and freezes the
+// options; the lists are prepared for matching.
+void reconcile_options(strip_options& options);
 
 // The usage text on the standard error stream, once a run.
-void print_usage();
+void print_usage(strip_options& options);

@@ -11,6 +11,10 @@ uint32_t& edge(pattern_set& set, uint32_t state, uint8_t byte_class) {
     return set.next[size_t{state} * set.class_count + byte_class];
 }
 
+uint32_t edge(const pattern_set& set, uint32_t state, uint8_t byte_class) {
+    return set.next[size_t{state} * set.class_count + byte_class];
+}
+
 uint8_t class_of(const pattern_set& set, char c) {
     return set.class_of[static_cast<uint8_t>(c)];
 }
@@ -128,16 +132,6 @@ size_t next_candidate(const pattern_set& set, std::string_view text, size_t at) 
     return text.size();
 }
 
-void prepare_search(pattern_set& set) {
-    if (set.has_fall_backs)
-        return;
-    build_trie(set);
-    add_fall_backs(set);
-    measure_patterns(set);
-    make_skips(set);
-    set.has_fall_backs = true;
-}
-
 } // namespace
 
 void add_pattern(pattern_set& set, std::string_view pattern) {
@@ -146,11 +140,24 @@ void add_pattern(pattern_set& set, std::string_view pattern) {
     set.has_fall_backs = false;
 }
 
-bool begins_with_pattern(pattern_set& set, const char* text) {
+void prepare_beginnings(pattern_set& set) {
+    if (!set.patterns.empty() && (!set.has_trie || set.has_fall_backs))
+        build_trie(set);
+}
+
+void prepare_search(pattern_set& set) {
+    if (set.patterns.empty() || set.has_fall_backs)
+        return;
+    build_trie(set);
+    add_fall_backs(set);
+    measure_patterns(set);
+    make_skips(set);
+    set.has_fall_backs = true;
+}
+
+bool begins_with_pattern(const pattern_set& set, const char* text) {
     if (set.patterns.empty())
         return false;
-    if (!set.has_trie || set.has_fall_backs)
-        build_trie(set);
     uint32_t state = root;
     for (; *text != '\0'; ++text) {
         state = edge(set, state, class_of(set, *text));
@@ -162,10 +169,9 @@ bool begins_with_pattern(pattern_set& set, const char* text) {
     return false;
 }
 
-int64_t last_pattern_start(pattern_set& set, std::string_view text) {
+int64_t last_pattern_start(const pattern_set& set, std::string_view text) {
     if (set.patterns.empty())
         return -1;
-    prepare_search(set);
     int64_t last = -1;
     size_t at = next_candidate(set, text, 0);
     while (at < text.size()) {
@@ -180,10 +186,9 @@ int64_t last_pattern_start(pattern_set& set, std::string_view text) {
     return last;
 }
 
-int64_t ending_pattern_start(pattern_set& set, std::string_view text) {
+int64_t ending_pattern_start(const pattern_set& set, std::string_view text) {
     if (set.patterns.empty())
         return -1;
-    prepare_search(set);
     uint32_t state = root;
     const size_t tail = std::min(text.size(), set.longest_length);
     for (char c : text.substr(text.size() - tail))

@@ -28,14 +28,19 @@ struct pattern_set {
     std::vector<uint8_t> skips;
 };
 
-// Adds a pattern, which is not copied. The next search prepares the set anew.
+// Adds a pattern, which is not copied. The set has to be prepared anew.
 void add_pattern(pattern_set& set, std::string_view pattern);
 
-// Whether `text` begins with a pattern. A set is used for this, or for the other two.
-bool begins_with_pattern(pattern_set& set, const char* text);
+// Makes the set ready for begins_with_pattern, or for the other two routines. What is ready already
+// costs nothing.
+void prepare_beginnings(pattern_set& set);
+void prepare_search(pattern_set& set);
+
+// Whether `text` begins with a pattern.
+bool begins_with_pattern(const pattern_set& set, const char* text);
 
 // The last place in `text` where a pattern begins that is found there, or -1.
-int64_t last_pattern_start(pattern_set& set, std::string_view text);
+int64_t last_pattern_start(const pattern_set& set, std::string_view text);
 
 // The last place in `text` where a pattern begins that ends with the text, or -1.
-int64_t ending_pattern_start(pattern_set& set, std::string_view text);
+int64_t ending_pattern_start(const pattern_set& set, std::string_view text);
