@@ -1,5 +1,5 @@
 // An archive whose ELF members are stripped, and which the archiver rebuilds.
-#include "objfile/arformat.h"
+#include "objfile/arname.h"
 #include "shared/genfile.h"
 #include "support/checks.h"
 
@@ -10,9 +10,10 @@ static std::vector<std::string> member_names() {
         const gen_stream_ptr stream = gen_safe_fopen("lib.a", "archive", "rb");
         const bool is_wide = archive_magic_kind(stream.get(), "lib.a") == OBJ_MAGIC_ARCH64;
         const obj_kind kind = is_wide ? OBJ_ARCHIVE64 : OBJ_ARCHIVE;
-        ar_set_variant(kind);
+        ar_name_table table;
+        ar_reader reader = {"lib.a", *stream, table, kind};
         gen_seek(*stream, ar_magic_size(kind), GEN_SEEK_SET);
-        while (const ar_member* const member = ar_read_member_header(stream.get(), "lib.a")) {
+        while (const ar_member* const member = ar_read_member_header(reader)) {
             names.push_back(member->name);
             gen_seek(*stream, member->size + member->size % 2, GEN_SEEK_CUR);
         }

@@ -1,6 +1,6 @@
 // The map beside an executable, read, brought up to date and written back.
 #include "debug/dnmfile.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "support/checks.h"
 #include "support/elf_builder.h"
 #include "support/options.h"

@@ -10,20 +10,19 @@ constexpr const char* names[] = {"input", "input.pro", "input.dbp", "input.gpro"
 void identify(const char* name, uint64_t at, const execution& run) {
     const gen_stream_ptr stream = gen_safe_fopen(name, "file", "rb");
     gen_seek(*stream, static_cast<int64_t>(at), GEN_SEEK_SET);
-    const objinfo* const first = obj_identify(stream.get(), name);
+    obj_history history, fresh;
+    const objinfo* const first = obj_identify(history, stream.get(), name);
     require(stream->position == at, run, "the position is kept");
     require(!first || first->kind <= OBJ_UNKNOWN, run, "a kind is one of the list");
     require(!first || first->class_bits % 32 == 0, run, "a class is one of three");
     const objinfo info = first ? *first : objinfo();
-    if (first) // what a file leaves in the one record may count for the next one
-        *const_cast<objinfo*>(first) = objinfo();
-    const objinfo* const second = obj_identify(stream.get(), name);
+    const objinfo* const second = obj_identify(fresh, stream.get(), name);
     require(!first == !second, run, "a file is the same twice");
     if (second)
         require(second->kind == info.kind && second->class_bits == info.class_bits, run,
                 "a kind is the same twice");
-    obj_is_coff_family(stream.get(), name);
-    obj_is_known_object(stream.get(), nullptr);
+    obj_is_coff_family(history, stream.get(), name);
+    obj_is_known_object(history, stream.get(), nullptr);
     archive_magic_kind(stream.get(), name);
     require(stream->position == at, run, "the position is still kept");
 }

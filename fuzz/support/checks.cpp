@@ -7,7 +7,7 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "support/options.h"
 
 // The error stream, before it is closed to the program's messages.

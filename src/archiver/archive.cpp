@@ -6,7 +6,8 @@
 #include <cinttypes>
 #include <cstring>
 
-#include "shared/genout.h"
+#include "objfile/arname.h"
+#include "shared/genexit.h"
 
 const header_layout standard_layout = {60, {16, 12}, {28, 6}, {34, 6}, {40, 8}, {48, 10}};
 const header_layout wide_layout = {78, {16, 20}, {36, 6}, {42, 6}, {48, 8}, {56, 20}};
@@ -133,12 +134,12 @@ bool note_member(old_archive& archive, const ar_member& member, partner_table& p
 
 bool walk(old_archive& archive, partner_table& partners) {
     gen_stream& stream = *archive.stream;
-    ar_set_variant(archive.kind);
-    ar_damage_is_fatal = false;
-    const uint32_t errors = gen_total_errors;
+    ar_name_table names;
+    ar_reader reader = {archive.name, stream, names, archive.kind, false};
+    const uint32_t errors = gen_sink().gen_total_errors;
     uint64_t next = ar_magic_size(archive.kind);
     while (gen_seek(stream, static_cast<int64_t>(next), GEN_SEEK_SET) == 0) {
-        const ar_member* const member = ar_read_member_header(&stream, archive.name);
+        const ar_member* const member = ar_read_member_header(reader);
         if (!member)
             break;
         if (!note_member(archive, *member, partners))
@@ -146,7 +147,8 @@ bool walk(old_archive& archive, partner_table& partners) {
         const archive_member& noted = archive.members.back();
         next = noted.data + padded_size(noted.size);
     }
-    return gen_total_errors == errors; // what is too short for a header is no member, but stays
+    return gen_sink().gen_total_errors ==
+           errors; // what is too short for a header is no member, but stays
 }
 
 bool all_have_members(const old_archive& archive, const std::vector<listed_file>& files) {
@@ -167,9 +169,9 @@ bool all_have_members(const old_archive& archive, const std::vector<listed_file>
 
 } // namespace
 
-bool read_archive(old_archive& archive, const std::string& real_name,
+bool read_archive(old_archive& archive, obj_history& history, const std::string& real_name,
                   const std::vector<listed_file>& files) {
-    partner_table partners = make_partner_table(files);
+    partner_table partners = make_partner_table(history, files);
     return open_archive(archive, real_name) && walk(archive, partners) &&
            all_have_members(archive, files);
 }

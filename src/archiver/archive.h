@@ -65,5 +65,5 @@ struct old_archive {
 
 // Opens the archive, notes all members and gives each listed file its member. False after a report:
 // damage, an index that cannot be renumbered, a file without a member.
-bool read_archive(old_archive& archive, const std::string& real_name,
+bool read_archive(old_archive& archive, obj_history& history, const std::string& real_name,
                   const std::vector<listed_file>& files);

@@ -9,7 +9,7 @@
 #include "archiver/output.h"
 #include "archiver/rebuild.h"
 #include "archiver/symindex.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 namespace {
 
@@ -118,11 +118,11 @@ bool write_members(const new_archive& archive, archive_output& output) {
 
 } // namespace
 
-bool create_archive(const char* name, const std::string& real_name,
+bool create_archive(gen_temp_space& temp, const char* name, const std::string& real_name,
                     const std::vector<listed_file>& files) {
     new_archive archive{name, files, {}, {}, false, {}};
     name_members(archive);
     archive_output output;
-    return index_members(archive) && open_output(output, name, real_name, nullptr) &&
+    return index_members(archive) && open_output(output, temp, name, real_name, nullptr) &&
            write_members(archive, output) && finish_output(output, nullptr);
 }

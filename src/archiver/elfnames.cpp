@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "objfile/elfhead.h"
-#include "objfile/elfio.h"
 #include "objfile/elfsym.h"
 
 namespace {
@@ -15,37 +14,27 @@ constexpr uint32_t SHN_UNDEF = 0;
 
 struct elf_object {
     gen_stream& stream;
-    int elfbits = 0;
-    elf_file_header head;
-    std::vector<elf_section_header> sections;
-};
-
-// While it lives, errors of the ELF layer are noted in the flag.
-struct noted_errors {
-    int32_t flag = 0;
-
-    noted_errors() { elf_set_error_sink(&flag); }
-    ~noted_errors() { elf_set_error_sink(nullptr); }
-    noted_errors(const noted_errors&) = delete;
-    noted_errors& operator=(const noted_errors&) = delete;
+    elf_access elf = {.elf_error_sink = true};
+    elf_file_header head = {};
+    std::vector<elf_section_header> sections = {};
 };
 
 bool read_sections(elf_object& object) {
     gen_stream& stream = object.stream;
     if (gen_seek(stream, 0, GEN_SEEK_SET) != 0)
         return false;
-    object.elfbits = elf_class_of(stream, 0, nullptr);
+    object.elf.elfbits = elf_class_of(stream, 0, nullptr);
     elf_file_header& head = object.head;
-    if (!genelf_readXheader(stream, 0, head, object.elfbits))
+    if (!genelf_readXheader(object.elf, stream, 0, head))
         return false;
     if (head.e_shnum == 0)
         return true;
-    const uint32_t standard = elf_section_header_size(object.elfbits);
+    const uint32_t standard = elf_section_header_size(object.elf.elfbits);
     const uint64_t stride = head.e_shentsize != 0 ? head.e_shentsize : standard;
     return stride >= standard && head.e_shoff <= stream.size &&
            head.e_shnum <= (stream.size - head.e_shoff) / stride &&
-           elf_read_secheaders(stream, object.sections, head.e_shnum, head.e_shoff,
-                               head.e_shentsize, object.elfbits);
+           elf_read_secheaders(object.elf, stream, object.sections, head.e_shnum, head.e_shoff,
+                               head.e_shentsize);
 }
 
 bool lies_in_file(const elf_object& object, const elf_section_header& section) {
@@ -54,36 +43,36 @@ bool lies_in_file(const elf_object& object, const elf_section_header& section) {
 }
 
 // The extended section indexes of the table at `symtab`; none when it has no such table.
-std::optional<std::vector<uint32_t>> read_index_words(const elf_object& object, uint32_t symtab) {
+std::optional<std::vector<uint32_t>> read_index_words(elf_object& object, uint32_t symtab) {
     for (const elf_section_header& section : object.sections) {
         if (section.sh_type != SHT_SYMTAB_SHNDX || section.sh_link != symtab)
             continue;
         if (!lies_in_file(object, section))
             return std::nullopt;
-        return elf_read_shndx(nullptr, object.stream, 0, section);
+        return elf_read_shndx(object.elf, nullptr, object.stream, 0, section);
     }
     return std::vector<uint32_t>();
 }
 
-std::optional<std::vector<elf_symbol>> read_symbols(const elf_object& object, uint32_t index) {
+std::optional<std::vector<elf_symbol>> read_symbols(elf_object& object, uint32_t index) {
     const elf_section_header& symtab = object.sections[index];
     if (!lies_in_file(object, symtab) ||
-        (symtab.sh_entsize != 0 && symtab.sh_entsize < elf_symbol_size(object.elfbits)))
+        (symtab.sh_entsize != 0 && symtab.sh_entsize < elf_symbol_size(object.elf.elfbits)))
         return std::nullopt;
     const std::optional<std::vector<uint32_t>> words = read_index_words(object, index);
     if (!words)
         return std::nullopt;
-    return elf_read_symtab(nullptr, object.stream, 0, symtab, &*words, object.elfbits);
+    return elf_read_symtab(object.elf, nullptr, object.stream, 0, symtab, &*words);
 }
 
-std::optional<gen_block> read_strings(const elf_object& object, uint32_t index) {
+std::optional<gen_block> read_strings(elf_object& object, uint32_t index) {
     if (index == SHN_UNDEF || index >= object.sections.size())
         return std::nullopt;
     const elf_section_header& strtab = object.sections[index];
     if (!lies_in_file(object, strtab) ||
         gen_seek(object.stream, static_cast<int64_t>(strtab.sh_offset), GEN_SEEK_SET) != 0)
         return std::nullopt;
-    return elf_read_bytes(object.stream, strtab.sh_size);
+    return elf_read_bytes(object.elf, object.stream, strtab.sh_size);
 }
 
 bool is_defined_for_others(const elf_symbol& symbol) {
@@ -111,8 +100,7 @@ bool add_name(defined_names& names, const gen_block& strings, uint32_t st_name, 
 } // namespace
 
 std::optional<defined_names> find_defined_names(gen_stream& stream, uint64_t limit) {
-    const noted_errors errors;
-    elf_object object{stream, 0, {}, {}};
+    elf_object object = {stream};
     if (!read_sections(object))
         return std::nullopt;
     uint32_t symtab = 0;
@@ -124,7 +112,7 @@ std::optional<defined_names> find_defined_names(gen_stream& stream, uint64_t lim
 
     const std::optional<std::vector<elf_symbol>> symbols = read_symbols(object, symtab);
     const std::optional<gen_block> strings = read_strings(object, object.sections[symtab].sh_link);
-    if (!symbols || !strings || errors.flag != 0)
+    if (!symbols || !strings || object.elf.elf_error_count != 0)
         return std::nullopt;
     for (const elf_symbol& symbol : *symbols)
         if (is_defined_for_others(symbol) && !add_name(names, *strings, symbol.st_name, limit))

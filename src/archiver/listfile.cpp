@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
 #include "shared/host.h"
 
@@ -32,10 +32,10 @@ bool looks_like_archive(gen_stream& stream) {
     return memcmp(start, "!<", 2) == 0 || memcmp(start, "<a", 2) == 0;
 }
 
-object_kind kind_at(gen_stream& stream) {
+object_kind kind_at(obj_history& history, gen_stream& stream) {
     if (looks_like_archive(stream))
         return {};
-    const objinfo* const info = obj_identify(&stream, nullptr);
+    const objinfo* const info = obj_identify(history, &stream, nullptr);
     if (!info || info->kind < OBJ_AOUT || info->kind > OBJ_PECOFF)
         return {};
     return {info->kind, info->machine, info->file_type, info->class_bits, info->big_endian};
@@ -99,7 +99,7 @@ void take_names(listed_file& file, gen_stream& stream, look_limits& left) {
         left.names /= 2;
 }
 
-bool look_at(listed_file& file, look_limits& left, const char* archive_name) {
+bool look_at(listed_file& file, obj_history& history, look_limits& left, const char* archive_name) {
     const gen_stream_ptr stream = gen_open(file.path.c_str(), "rb");
     if (!stream) {
         gen_system_error("archive '%s', member '%s': can't open file '%s'", archive_name,
@@ -115,7 +115,7 @@ bool look_at(listed_file& file, look_limits& left, const char* archive_name) {
     file.size = stream->size;
     file.modified = status.modified;
     file.mode = status.mode;
-    file.kind = kind_at(*stream);
+    file.kind = kind_at(history, *stream);
     if (file.kind.format == OBJ_ELF)
         take_names(file, *stream, left);
     keep_contents(file, *stream, left);
@@ -124,7 +124,8 @@ bool look_at(listed_file& file, look_limits& left, const char* archive_name) {
 
 } // namespace
 
-std::optional<std::vector<listed_file>> read_list(const char* list_name, const char* archive_name) {
+std::optional<std::vector<listed_file>> read_list(obj_history& history, const char* list_name,
+                                                  const char* archive_name) {
     const std::optional<std::string> text = read_text(list_name, archive_name);
     if (!text)
         return std::nullopt;
@@ -137,13 +138,13 @@ std::optional<std::vector<listed_file>> read_list(const char* list_name, const c
     }
     look_limits left;
     for (listed_file& file : files)
-        if (!look_at(file, left, archive_name))
+        if (!look_at(file, history, left, archive_name))
             return std::nullopt;
     return files;
 }
 
-partner_table make_partner_table(const std::vector<listed_file>& files) {
-    partner_table table;
+partner_table make_partner_table(obj_history& history, const std::vector<listed_file>& files) {
+    partner_table table = {history};
     for (const listed_file& file : files) {
         ++table.waiting[file.name];
         table.queues[key_of(file.name, file.kind)].files.push_back(&file);
@@ -155,7 +156,7 @@ const listed_file* take_partner(partner_table& table, const std::string& name, g
     const auto waiting = table.waiting.find(name);
     if (waiting == table.waiting.end() || waiting->second == 0)
         return nullptr;
-    const auto queue = table.queues.find(key_of(name, kind_at(stream)));
+    const auto queue = table.queues.find(key_of(name, kind_at(table.history, stream)));
     if (queue == table.queues.end() || queue->second.next == queue->second.files.size())
         return nullptr;
     --waiting->second;

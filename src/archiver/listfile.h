@@ -36,7 +36,8 @@ struct listed_file {
 
 // Reads the list, one path a line, and looks at each file. Nothing after a report, which names
 // `archive_name` too.
-std::optional<std::vector<listed_file>> read_list(const char* list_name, const char* archive_name);
+std::optional<std::vector<listed_file>> read_list(obj_history& history, const char* list_name,
+                                                  const char* archive_name);
 
 // Listed files that wait for a member of their name and kind.
 struct file_queue {
@@ -44,11 +45,12 @@ struct file_queue {
     size_t next = 0;
 };
 struct partner_table {
-    std::unordered_map<std::string, uint64_t> waiting; // how many, by name
-    std::unordered_map<std::string, file_queue> queues;
+    obj_history& history;
+    std::unordered_map<std::string, uint64_t> waiting = {}; // how many, by name
+    std::unordered_map<std::string, file_queue> queues = {};
 };
 
-partner_table make_partner_table(const std::vector<listed_file>& files);
+partner_table make_partner_table(obj_history& history, const std::vector<listed_file>& files);
 // The file that replaces the member called `name` whose data is at the stream's position, which is
 // kept. Null when there is none.
 const listed_file* take_partner(partner_table& table, const std::string& name, gen_stream& stream);

@@ -8,32 +8,41 @@
 #include <vector>
 
 #include "archiver/rebuild.h"
-#include "shared/genout.h"
+#include "shared/genexit.h"
 #include "shared/genreplace.h"
+#include "shared/genstart.h"
 #include "shared/host.h"
-#include "shared/indgeninit.h"
+
+namespace {
 
 // A new archive takes the place of nothing, so it must be certain that there is none.
-static bool is_missing(const std::string& name) {
+bool is_missing(const std::string& name) {
     const int descriptor = host_open(name.c_str(), host_access::read);
     if (descriptor >= 0)
         host_close(descriptor);
     return descriptor < 0 && errno == ENOENT;
 }
 
-static bool run(const char* archive_name, const char* list_name) {
-    const std::optional<std::vector<listed_file>> files = read_list(list_name, archive_name);
+bool run(const char* archive_name, const char* list_name) {
+    obj_history history;
+    const std::optional<std::vector<listed_file>> files =
+        read_list(history, list_name, archive_name);
     if (!files)
         return false;
     const std::string real_name = gen_real_name(archive_name);
-    return is_missing(real_name) ? create_archive(archive_name, real_name, *files)
-                                 : rebuild_archive(archive_name, real_name, *files);
+    std::atomic<uint32_t> temp_counter = 0;
+    gen_temp_space temp = {temp_counter};
+    return is_missing(real_name) ? create_archive(temp, archive_name, real_name, *files)
+                                 : rebuild_archive(history, temp, archive_name, real_name, *files);
 }
+
+} // namespace
 
 int main(int argc, char** argv) {
     const char* program_path[] = {argc > 0 ? argv[0] : ""};
     int program_path_count = 1;
-    gen_init(program_path[0], program_path_count, program_path, gen_init_options());
+    gen_program program;
+    gen_init(program, program_path[0], program_path_count, program_path, gen_init_options());
     gen_set_program_name("lbm");
 
     const bool is_sound = argc == 4 && strcmp(argv[1], "-rc") == 0 && argv[2][0] != '\0' &&

@@ -2,26 +2,15 @@
 #include "archiver/output.h"
 
 #include <cerrno>
-#include <cstdlib>
-#include <optional>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
-#include "shared/genreplace.h"
-#include "shared/gentemp.h"
 
 namespace {
 
 constexpr size_t gather_limit = 256 * 1024; // bytes held back
 constexpr uint64_t copy_worth = 64 * 1024;  // from here on the host may copy by itself
-
-// What is removed when the program ends; empty when there is nothing to remove.
-char unfinished[4096];
-
-void remove_unfinished() {
-    if (unfinished[0] != '\0')
-        host_delete(unfinished);
-}
+constexpr size_t longest_name = 4095;
 
 bool report(const archive_output& output, const char* what) {
     gen_system_error("archive '%s': %s '%s'", output.archive_name, what, output.temporary.c_str());
@@ -35,24 +24,30 @@ void flush(archive_output& output) {
 
 } // namespace
 
-bool open_output(archive_output& output, const char* archive_name, const std::string& real_name,
-                 const host_status* old) {
+void archive_output::remove_unfinished() {
+    if (!unfinished.name.empty())
+        host_delete(unfinished.name.c_str());
+    unfinished.release();
+}
+
+bool open_output(archive_output& output, gen_temp_space& temp, const char* archive_name,
+                 const std::string& real_name, const host_status* old) {
     output.archive_name = archive_name;
     output.real_name = real_name;
     const std::string directory(gen_directory_part(real_name));
-    output.temporary = gen_temp_name(directory.c_str(), "tmp").value_or("");
-    if (output.temporary.empty() || output.temporary.size() >= sizeof unfinished) {
+    output.temporary = gen_temp_name(temp, directory, "tmp").value_or("");
+    if (output.temporary.empty() || output.temporary.size() > longest_name) {
         gen_error("archive '%s': no name is free for the new archive", archive_name);
         return false;
     }
     // A new archive has the usual permissions; one that replaces another is nobody's until it is
     // complete.
-    output.temporary.copy(unfinished, sizeof unfinished - 1);
-    host_guard_file(unfinished);
+    output.unfinished.guard(output.temporary);
     output.stream = gen_open(output.temporary.c_str(), old ? "wbx" : "wb+x");
-    if (!output.stream)
-        return report(output, "can't create"); // the name is someone else's
-    std::atexit(remove_unfinished);
+    if (!output.stream) {
+        output.unfinished.release(); // the name is someone else's
+        return report(output, "can't create");
+    }
     output.gathered.reserve(gather_limit);
     return true;
 }
@@ -114,7 +109,6 @@ bool finish_output(archive_output& output, const host_status* old) {
         return report(output, "can't write");
     if (host_rename(output.temporary.c_str(), output.real_name.c_str()) != 0)
         return report(output, "can't put in its place");
-    host_release_file(unfinished);
-    unfinished[0] = '\0';
+    output.unfinished.release();
     return true;
 }

@@ -8,7 +8,7 @@
 #include "archiver/archive.h"
 #include "archiver/output.h"
 #include "archiver/symindex.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 namespace {
 
@@ -89,11 +89,11 @@ bool write_archive(const old_archive& archive, archive_output& output, const std
 
 } // namespace
 
-bool rebuild_archive(const char* name, const std::string& real_name,
-                     const std::vector<listed_file>& files) {
+bool rebuild_archive(obj_history& history, gen_temp_space& temp, const char* name,
+                     const std::string& real_name, const std::vector<listed_file>& files) {
     old_archive archive;
     archive.name = name;
-    if (!read_archive(archive, real_name, files))
+    if (!read_archive(archive, history, real_name, files))
         return false;
     if (files.empty())
         return true;
@@ -107,7 +107,7 @@ bool rebuild_archive(const char* name, const std::string& real_name,
         if (!patch_header(archive, change))
             return false;
     archive_output output;
-    if (!open_output(output, name, real_name, &archive.status) ||
+    if (!open_output(output, temp, name, real_name, &archive.status) ||
         !write_archive(archive, output, index))
         return false;
     archive.stream.reset(); // some hosts replace no file that is open

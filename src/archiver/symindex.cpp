@@ -6,9 +6,9 @@
 #include <cstdarg>
 #include <cstring>
 
-#include "objfile/elfio.h"
+#include "shared/genbytes.h"
 #include "shared/genmem.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 namespace {
 
@@ -30,14 +30,12 @@ bool is_before(const archive_member& member, uint64_t header) {
 // Entries and names of `block`, which holds `count` positions behind the count.
 bool decode_entries(const old_archive& archive, const gen_block& block, uint32_t count,
                     symbol_index& index) {
-    elf_decoder fields{block.bytes.get() + 4, true, false};
     const uint64_t names_at = 4 + uint64_t{count} * 4;
     index.names.assign(block.text() + names_at, block.size - names_at);
     index.entries.reserve(count);
     size_t at = 0;
     for (uint32_t i = 0; i < count; ++i) {
-        uint32_t position = 0;
-        fields.u32(position);
+        const uint32_t position = gen_load<uint32_t>(block.bytes.get() + 4 + size_t{i} * 4, true);
         const auto member = std::lower_bound(archive.members.begin(), archive.members.end(),
                                              uint64_t{position}, is_before);
         if (member == archive.members.end() || member->header != position)
@@ -85,8 +83,7 @@ bool read_index(const old_archive& archive, symbol_index& index) {
     if (gen_seek(stream, static_cast<int64_t>(member.data), GEN_SEEK_SET) != 0 ||
         gen_read_stream(stream, block.bytes.get(), block.size) != block.size)
         return refuse_index(archive, "it cannot be read");
-    uint32_t count = 0;
-    elf_decoder{block.bytes.get(), true, false}.u32(count);
+    const uint32_t count = gen_load<uint32_t>(block.bytes.get(), true);
     if (count > (block.size - 4) / 4)
         return refuse_index(archive, "the count %" PRIu32 " reaches past its end, %" PRIu64, count,
                             block.size);
@@ -153,10 +150,10 @@ bool encode_index(const char* archive_name, const symbol_index& index,
         return false;
     }
     bytes.assign(index_size(index), '\0');
-    elf_encoder fields{reinterpret_cast<std::byte*>(bytes.data()), true, false};
-    fields.u32(static_cast<uint32_t>(index.entries.size()));
+    std::byte* at = reinterpret_cast<std::byte*>(bytes.data());
+    gen_store(at, static_cast<uint32_t>(index.entries.size()), true);
     for (const index_entry& entry : index.entries)
-        fields.u32(static_cast<uint32_t>(positions[entry.member]));
-    memcpy(fields.at, index.names.data(), index.names.size());
+        gen_store(at += 4, static_cast<uint32_t>(positions[entry.member]), true);
+    memcpy(at + 4, index.names.data(), index.names.size());
     return true;
 }

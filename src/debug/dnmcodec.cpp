@@ -1,7 +1,7 @@
 // Encodings: each is read and written by a pair of routines that stand side by side.
 #include "debug/dnmcodec.h"
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 namespace {
 

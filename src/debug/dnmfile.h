@@ -10,6 +10,7 @@
 
 #include "debug/dnmcodec.h"
 #include "shared/genfile.h"
+#include "shared/gentemp.h"
 
 constexpr uint32_t dnm_magic = 0x7F4F5256; // 7F "ORV"
 constexpr uint32_t dnm_table_count = 36;
@@ -106,7 +107,7 @@ std::unique_ptr<dnm_map> STDnm_Read(const char* name);
 
 // Writes the map back under its own name, by way of a temporary file. 0, or 1 after a report; the
 // old file is gone then.
-int STDnm_Write(dnm_map& map);
+int STDnm_Write(dnm_map& map, gen_temp_space& temp);
 
 // A family of tables, read in one step: a failure reports its position.
 struct dnm_family {

@@ -5,7 +5,7 @@
 
 #include "debug/dnmlayout.h"
 #include "debug/dnmsanity.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 const std::vector<dnm_family>& dnm_families() {
     static const std::vector<dnm_family> families = {

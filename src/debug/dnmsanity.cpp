@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cinttypes>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 namespace {
 

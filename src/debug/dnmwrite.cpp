@@ -7,10 +7,9 @@
 #include <utility>
 
 #include "debug/dnmlayout.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
 #include "shared/genreplace.h"
-#include "shared/gentemp.h"
 #include "shared/host.h"
 
 namespace {
@@ -204,20 +203,20 @@ bool move_into_place(const write_job& job) {
     return host_rename(job.temporary.c_str(), target.c_str()) == 0;
 }
 
-std::string temporary_name(const dnm_map& map) {
+std::string temporary_name(const dnm_map& map, gen_temp_space& temp) {
     const std::string directory(gen_directory_part(map.name));
-    return gen_temp_name(directory.c_str(), "dnmtmp").value_or(std::string());
+    return gen_temp_name(temp, directory, "dnmtmp").value_or(std::string());
 }
 
 } // namespace
 
-int STDnm_Write(dnm_map& map) {
+int STDnm_Write(dnm_map& map, gen_temp_space& temp) {
     write_job job = {map, {map.compressed, map.header.address_mode}, {}, {}, {}, {}, nullptr, {}};
     if (!keeps_encoding(map))
         job.coding.compressed = true;
     place_tables(job, encode_head(map, job.coding, false).size());
     job.head = encode_head(map, job.coding, true);
-    job.temporary = temporary_name(map);
+    job.temporary = temporary_name(map, temp);
     // The old file goes before the new one exists.
     const int saved_errno = errno;
     job.old = host_descriptor_status(map.input->descriptor);

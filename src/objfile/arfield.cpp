@@ -5,10 +5,7 @@
 #include <algorithm>
 #include <cinttypes>
 
-#include "objfile/arformat.h"
-#include "shared/genout.h"
-
-bool ar_damage_is_fatal = true;
+#include "shared/genexit.h"
 
 namespace {
 
@@ -53,39 +50,40 @@ std::string_view ar_text(std::string_view bytes) {
     return {bytes.begin(), std::find(bytes.begin(), bytes.end(), '\0')};
 }
 
-bool ar_read_header_bytes(gen_stream& stream, const char* archive_name, char* to, size_t size) {
+bool ar_read_header_bytes(ar_reader& reader, char* to, size_t size) {
+    gen_stream& stream = reader.stream;
     stream.read_error = 0;
     if (gen_read_stream(stream, to, size) == size)
         return true;
     if (stream.read_error != 0)
-        ar_report_read_error(archive_name);
+        ar_report_read_error(reader);
     return false;
 }
 
-bool ar_check_terminator(const gen_stream& stream, const char* archive_name,
-                         std::string_view found) {
+bool ar_check_terminator(const ar_reader& reader, std::string_view found) {
     static constexpr char message[] =
         "Unexpected chars in archive file header '%s' at 0x%" PRIx64 " '\\%03o' '\\%03o'";
     if (found == "`\n")
         return true;
     const unsigned bytes[2] = {static_cast<uint8_t>(found[0]), static_cast<uint8_t>(found[1])};
-    if (ar_damage_is_fatal)
-        gen_fatal(status_failure, message, archive_name, stream.position, bytes[0], bytes[1]);
-    gen_error(message, archive_name, stream.position, bytes[0], bytes[1]);
+    const uint64_t position = reader.stream.position;
+    if (reader.ar_damage_is_fatal)
+        gen_fatal(status_failure, message, reader.archive_name, position, bytes[0], bytes[1]);
+    gen_error(message, reader.archive_name, position, bytes[0], bytes[1]);
     return false;
 }
 
-void ar_report_read_error(const char* archive_name) {
+void ar_report_read_error(const ar_reader& reader) {
     static constexpr char message[] = "error reading archive file '%s'";
-    if (ar_damage_is_fatal)
-        gen_fatal(status_failure, message, archive_name);
-    gen_error(message, archive_name);
+    if (reader.ar_damage_is_fatal)
+        gen_fatal(status_failure, message, reader.archive_name);
+    gen_error(message, reader.archive_name);
 }
 
-bool ar_check_size(const char* archive_name, const char* member_name, int64_t size) {
+bool ar_check_size(const ar_reader& reader, const char* member_name, int64_t size) {
     if (size >= 0)
         return true;
     gen_warning("%s has negative size (%" PRId64 ")", member_name, size);
-    ar_report_read_error(archive_name);
+    ar_report_read_error(reader);
     return false;
 }

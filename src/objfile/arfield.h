@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "shared/genfile.h"
+#include "objfile/arformat.h"
 
 // Both take what the C runtime's conversions would from a field that is padded with blanks, and
 // wrap: leading white space and a sign are decimal's only.
@@ -29,10 +29,9 @@ struct ar_field_cursor {
 
 // False after a short read. One that only met the end of the file is not reported: it is the normal
 // end of an archive.
-bool ar_read_header_bytes(gen_stream& stream, const char* archive_name, char* to, size_t size);
+bool ar_read_header_bytes(ar_reader& reader, char* to, size_t size);
 // Whether the last two bytes that were read, `found`, are what ends a header; reported if not.
-bool ar_check_terminator(const gen_stream& stream, const char* archive_name,
-                         std::string_view found);
-void ar_report_read_error(const char* archive_name);
+bool ar_check_terminator(const ar_reader& reader, std::string_view found);
+void ar_report_read_error(const ar_reader& reader);
 // False, reported, for a size below 0: nothing can follow such a member.
-bool ar_check_size(const char* archive_name, const char* member_name, int64_t size);
+bool ar_check_size(const ar_reader& reader, const char* member_name, int64_t size);

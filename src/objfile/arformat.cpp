@@ -22,9 +22,6 @@ struct header_layout {
 constexpr header_layout standard = {12, 10};
 constexpr header_layout wide = {20, 20};
 
-obj_kind variant = OBJ_ARCHIVE;
-ar_member record;
-
 const header_layout& layout_of(obj_kind kind) {
     return kind == OBJ_ARCHIVE64 ? wide : standard;
 }
@@ -41,18 +38,18 @@ struct raw_header {
     std::string_view name_field() const { return {bytes, name_size}; }
 };
 
-bool read_raw_header(gen_stream& stream, const char* archive_name, raw_header& raw) {
-    const size_t fields_size = layout_of(variant).size_without_name();
-    if (variant != OBJ_ELFARCHIVE)
-        return ar_read_header_bytes(stream, archive_name, raw.bytes, name_width + fields_size);
-    if (!ar_read_header_bytes(stream, archive_name, raw.bytes, name_width))
+bool read_raw_header(ar_reader& reader, raw_header& raw) {
+    const size_t fields_size = layout_of(reader.variant).size_without_name();
+    if (reader.variant != OBJ_ELFARCHIVE)
+        return ar_read_header_bytes(reader, raw.bytes, name_width + fields_size);
+    if (!ar_read_header_bytes(reader, raw.bytes, name_width))
         return false;
     while (raw.name_size < longest_name_field && !ends_in_slash(raw.name_field())) {
-        if (!ar_read_header_bytes(stream, archive_name, raw.bytes + raw.name_size, name_step))
+        if (!ar_read_header_bytes(reader, raw.bytes + raw.name_size, name_step))
             return false;
         raw.name_size += name_step;
     }
-    return ar_read_header_bytes(stream, archive_name, raw.bytes + raw.name_size, fields_size);
+    return ar_read_header_bytes(reader, raw.bytes + raw.name_size, fields_size);
 }
 
 // A 32-bit field wraps at its width.
@@ -61,10 +58,11 @@ int64_t decimal_of_width(std::string_view field, const header_layout& layout) {
     return &layout == &wide ? value : int64_t{static_cast<int32_t>(value)};
 }
 
-bool decode_fields(const gen_stream& stream, const char* archive_name, const raw_header& raw) {
-    const header_layout& layout = layout_of(variant);
+bool decode_fields(ar_reader& reader, const raw_header& raw) {
+    const header_layout& layout = layout_of(reader.variant);
+    ar_member& record = reader.member;
     ar_field_cursor fields = {{raw.bytes + raw.name_size, layout.size_without_name()}};
-    if (!ar_check_terminator(stream, archive_name, fields.rest.substr(fields.rest.size() - 2)))
+    if (!ar_check_terminator(reader, fields.rest.substr(fields.rest.size() - 2)))
         return false;
     record.date = decimal_of_width(fields.take(layout.date_width), layout);
     record.uid = static_cast<uint32_t>(ar_decimal(fields.take(6)));
@@ -77,30 +75,26 @@ bool decode_fields(const gen_stream& stream, const char* archive_name, const raw
 }
 
 // The name field as text. The "/" that ends one of variable length only delimits it.
-std::string_view name_text(const raw_header& raw) {
+std::string_view name_text(ar_reader& reader, const raw_header& raw) {
     std::string_view field = raw.name_field();
-    if (variant == OBJ_ELFARCHIVE && ends_in_slash(field)) {
+    if (reader.variant == OBJ_ELFARCHIVE && ends_in_slash(field)) {
         field = ar_without_trailing_space(field);
         field.remove_suffix(1);
-        record.slash_terminated = true;
+        reader.member.slash_terminated = true;
     }
     return ar_text(field);
 }
 
-bool names_an_index(std::string_view name) {
+bool names_an_index(const ar_reader& reader, std::string_view name) {
     static constexpr std::string_view beginnings[] = {"/ ", "__________EL", "__.SYMDEF",
                                                       "________64EL"};
-    if (variant == OBJ_ELFARCHIVE && name.empty())
+    if (reader.variant == OBJ_ELFARCHIVE && name.empty())
         return true;
     return std::any_of(std::begin(beginnings), std::end(beginnings),
                        [name](std::string_view beginning) { return name.starts_with(beginning); });
 }
 
 } // namespace
-
-void ar_set_variant(obj_kind kind) {
-    variant = kind;
-}
 
 uint32_t ar_magic_size(obj_kind kind) {
     return kind == OBJ_ARCHIVE64 ? 10 : 8;
@@ -113,23 +107,23 @@ uint32_t ar_header_size(obj_kind kind) {
     return static_cast<uint32_t>(name_width + layout_of(kind).size_without_name());
 }
 
-const ar_member* ar_read_member_header(gen_stream* stream, const char* archive_name) {
+const ar_member* ar_read_member_header(ar_reader& reader) {
+    ar_member& record = reader.member;
     for (;;) {
         raw_header raw;
-        if (!read_raw_header(*stream, archive_name, raw) ||
-            !decode_fields(*stream, archive_name, raw))
+        if (!read_raw_header(reader, raw) || !decode_fields(reader, raw))
             return nullptr;
-        const std::string_view name = name_text(raw);
+        const std::string_view name = name_text(reader, raw);
         if (const std::optional<ar_table_mark> mark = ar_table_mark_of(name)) {
-            if (!ar_read_name_table(*stream, archive_name, *mark, record.size))
+            if (!ar_read_name_table(reader, *mark))
                 return nullptr;
             continue;
         }
-        record.is_index = names_an_index(name);
+        record.is_index = names_an_index(reader, name);
         if (record.is_index)
             record.name = name;
         else
-            ar_resolve_name(record, name);
-        return ar_check_size(archive_name, record.name.c_str(), record.size) ? &record : nullptr;
+            ar_resolve_name(reader.names, record, name);
+        return ar_check_size(reader, record.name.c_str(), record.size) ? &record : nullptr;
     }
 }

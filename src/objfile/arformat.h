@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "objfile/objident.h"
@@ -24,21 +25,28 @@ struct ar_member {
     bool slash_terminated = false; // the name ended with "/", in the header or in the table
 };
 
-// Whether damage to an archive ends the program; if not, it is an error, and the archive ends.
-extern bool ar_damage_is_fatal;
+struct ar_name_table; // objfile/arname.h
 
-// Selects the header of OBJ_ARCHIVE, OBJ_ELFARCHIVE or OBJ_ARCHIVE64. Before the first header.
-void ar_set_variant(obj_kind kind);
+// An archive that is read header by header.
+struct ar_reader {
+    const char* archive_name;
+    gen_stream& stream;
+    // The long names that were read last. They outlive the archive: the next one may refer to them.
+    ar_name_table& names;
+    obj_kind variant = OBJ_ARCHIVE; // or OBJ_ELFARCHIVE or OBJ_ARCHIVE64
+    bool ar_damage_is_fatal = true; // if not, damage is an error, and the archive ends
+    ar_member member = {};          // whose header was read last
+};
+
 // Bytes of the magic, and of the fixed part of a member header.
 uint32_t ar_magic_size(obj_kind kind);
 uint32_t ar_header_size(obj_kind kind);
 
 // Reads the header at the stream's position and leaves the stream at the member's data. Long-name
-// tables on the way are taken in; what is read of them stays in use until the next one, even for
-// another archive. Null at the end of the archive, which is also where a header is cut off by the
-// end of the file, and after reported damage. The size is never negative: such a member is damage,
-// but it may lead out of the file. The record is the same at each call.
-const ar_member* ar_read_member_header(gen_stream* stream, const char* archive_name);
+// tables on the way are taken in. Null at the end of the archive, which is also where a header is
+// cut off by the end of the file, and after reported damage. The size is never negative: such a
+// member is damage, but it may lead out of the file.
+const ar_member* ar_read_member_header(ar_reader& reader);
 
 // What a handler is told of the member beside its data.
 struct ar_member_context {
@@ -48,16 +56,18 @@ struct ar_member_context {
 };
 
 // 0 for success. `headers` stands at the member's data, as `data` does; both may be moved.
-using ar_handler = int32_t (*)(gen_stream* headers, gen_stream* data,
-                               const ar_member_context& context);
+using ar_handler =
+    std::function<int32_t(gen_stream& headers, gen_stream& data, const ar_member_context& context)>;
 
 struct ar_handler_table {
-    ar_handler by_kind[OBJ_UNKNOWN + 1] = {}; // null: members of the kind have the result -1
-    ar_handler symbol_index = nullptr; // optional; called "archive(table of contents)", no result
+    ar_handler by_kind[OBJ_UNKNOWN + 1]; // empty: members of the kind have the result -1
+    ar_handler symbol_index;             // optional; called "archive(table of contents)", no result
+    bool ar_damage_is_fatal = true;
 };
 
 // Visits every member in order, and hands each to the handler of its kind. A file that is no
 // archive is handed over as a whole. The result of the last member dispatched, 0 when there was
 // none: members that cannot be identified do not count. A file that cannot be opened ends the
-// program. Members are identified by their own names. Handlers must not read another archive.
-int32_t ar_walk(const char* archive_name, const ar_handler_table& handlers);
+// program. Members are identified by their own names, after the files in `history`.
+int32_t ar_walk(const char* archive_name, obj_history& history, ar_name_table& names,
+                const ar_handler_table& handlers);

@@ -7,8 +7,7 @@
 #include <utility>
 
 #include "objfile/arfield.h"
-#include "shared/genmem.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 namespace {
 
@@ -16,20 +15,6 @@ namespace {
 // through for every member that refers to it.
 constexpr size_t longest_name = 4096;
 constexpr size_t cut_length = 15; // characters of a name that was cut off to fit its field
-
-struct name_table {
-    gen_block bytes; // a NUL follows the table's own
-    ar_table_mark mark = AR_TABLE_SLASHES;
-    bool nul_terminated = false; // "/" and new-line are part of a name
-    uint64_t next_line = 0;      // of AR_TABLE_FILENAMES: where the next name that was cut begins
-
-    std::string_view text() const {
-        return bytes.size == 0 ? std::string_view()
-                               : std::string_view(bytes.text(), bytes.size - 1);
-    }
-};
-
-name_table table;
 
 bool is_digit(char c) {
     return c >= '0' && c <= '9';
@@ -57,9 +42,9 @@ void prepare_filenames(gen_block& block) {
 }
 
 // Where the name at the offset ends; nothing if that is too far away.
-std::optional<size_t> end_of_name(std::string_view text, size_t offset) {
+std::optional<size_t> end_of_name(const ar_name_table& table, size_t offset) {
     static constexpr char ends[] = {'/', '\n', '\0'};
-    std::string_view name = text.substr(offset, longest_name);
+    std::string_view name = table.text().substr(offset, longest_name);
     for (size_t i = table.nul_terminated ? 2 : 0; i < sizeof ends; ++i)
         name = name.substr(0, name.find(ends[i]));
     if (name.size() == longest_name)
@@ -68,7 +53,7 @@ std::optional<size_t> end_of_name(std::string_view text, size_t offset) {
 }
 
 // "/" and the offset in digits; in one style of tables a blank also serves.
-bool resolve_reference(ar_member& member, std::string_view field) {
+bool resolve_reference(const ar_name_table& table, ar_member& member, std::string_view field) {
     if (field.size() < 2 || !is_digit(field[1]))
         return false;
     if (field[0] != '/' && !(field[0] == ' ' && table.mark == AR_TABLE_ARFILENAMES))
@@ -77,7 +62,7 @@ bool resolve_reference(ar_member& member, std::string_view field) {
     const uint64_t offset = static_cast<uint64_t>(ar_decimal(field.substr(1)));
     if (offset >= text.size())
         return false;
-    const std::optional<size_t> end = end_of_name(text, offset);
+    const std::optional<size_t> end = end_of_name(table, offset);
     if (!end)
         return false;
     member.name = text.substr(offset, *end - offset);
@@ -86,7 +71,7 @@ bool resolve_reference(ar_member& member, std::string_view field) {
 }
 
 // The next line of the table stands for the next name that was cut, whether it fits it or not.
-void restore_cut_name(ar_member& member) {
+void restore_cut_name(ar_name_table& table, ar_member& member) {
     const std::string_view text = table.text();
     const uint64_t start = std::min<uint64_t>(table.next_line, text.size());
     const std::string_view line = text.substr(start, text.find('\n', start) - start);
@@ -110,21 +95,23 @@ std::optional<ar_table_mark> ar_table_mark_of(std::string_view name_field) {
     return std::nullopt;
 }
 
-bool ar_read_name_table(gen_stream& stream, const char* archive_name, ar_table_mark mark,
-                        int64_t size) {
-    const uint64_t length = static_cast<uint64_t>(size); // a negative size is far too large
+bool ar_read_name_table(ar_reader& reader, ar_table_mark mark) {
+    gen_stream& stream = reader.stream;
+    ar_name_table& table = reader.names;
+    // A negative size is far too large.
+    const uint64_t length = static_cast<uint64_t>(reader.member.size);
     if (stream.position > stream.size || length > stream.size - stream.position) {
-        ar_report_read_error(archive_name);
+        ar_report_read_error(reader);
         return false;
     }
-    table = name_table(); // the old one goes before the new one comes
+    table = ar_name_table(); // the old one goes before the new one comes
     gen_block block = gen_new_block(length + 1);
     if (!block.bytes) { // only a replaced allocator comes back with nothing
-        gen_error("Out of memory while reading archive file '%s'", archive_name);
+        gen_error("Out of memory while reading archive file '%s'", reader.archive_name);
         return false;
     }
     if (gen_read_stream(stream, block.bytes.get(), length) != length) {
-        ar_report_read_error(archive_name);
+        ar_report_read_error(reader);
         return false;
     }
     if (length % 2 != 0)
@@ -141,8 +128,8 @@ bool ar_read_name_table(gen_stream& stream, const char* archive_name, ar_table_m
     return true;
 }
 
-void ar_resolve_name(ar_member& member, std::string_view name_field) {
-    if (resolve_reference(member, name_field))
+void ar_resolve_name(ar_name_table& names, ar_member& member, std::string_view name_field) {
+    if (resolve_reference(names, member, name_field))
         return;
     std::string_view name = ar_without_trailing_space(name_field);
     if (name.ends_with('/')) {
@@ -150,6 +137,6 @@ void ar_resolve_name(ar_member& member, std::string_view name_field) {
         member.slash_terminated = true;
     }
     member.name = name;
-    if (table.mark == AR_TABLE_FILENAMES && name.size() == cut_length && !name.ends_with(".obj"))
-        restore_cut_name(member);
+    if (names.mark == AR_TABLE_FILENAMES && name.size() == cut_length && !name.ends_with(".obj"))
+        restore_cut_name(names, member);
 }

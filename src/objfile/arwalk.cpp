@@ -7,26 +7,27 @@
 
 #include "objfile/arfield.h"
 #include "objfile/arformat.h"
-#include "shared/genout.h"
+#include "shared/genexit.h"
 
 namespace {
 
 struct archive_walk {
     const ar_handler_table& handlers;
-    gen_stream_ptr headers;
-    gen_stream_ptr data;
+    obj_history& history;
+    ar_reader reader; // of the headers
+    gen_stream& data;
     ar_member_context context;
     int32_t result = 0;
 };
 
 void seek_both(archive_walk& walk, uint64_t position) {
     const int64_t target = static_cast<int64_t>(position);
-    gen_safe_fseek64(walk.context.archive_name, walk.headers.get(), target, GEN_SEEK_SET);
-    gen_safe_fseek64(walk.context.archive_name, walk.data.get(), target, GEN_SEEK_SET);
+    gen_safe_fseek64(walk.context.archive_name, &walk.reader.stream, target, GEN_SEEK_SET);
+    gen_safe_fseek64(walk.context.archive_name, &walk.data, target, GEN_SEEK_SET);
 }
 
-int32_t call(archive_walk& walk, ar_handler handler) {
-    return handler ? handler(walk.headers.get(), walk.data.get(), walk.context) : -1;
+int32_t call(archive_walk& walk, const ar_handler& handler) {
+    return handler ? handler(walk.reader.stream, walk.data, walk.context) : -1;
 }
 
 void dispatch(archive_walk& walk, obj_kind kind) {
@@ -39,22 +40,22 @@ void visit(archive_walk& walk, const ar_member& member) {
     std::string& display_name = walk.context.display_name;
     display_name.assign(walk.context.archive_name).append("(").append(shown).append(")");
     walk.context.member = &member;
-    seek_both(walk, walk.headers->position);
+    seek_both(walk, walk.reader.stream.position);
     if (member.is_index)
         call(walk, walk.handlers.symbol_index);
-    else if (const objinfo* const info = obj_identify(walk.headers.get(), member.name.c_str()))
+    else if (const objinfo* const info =
+                 obj_identify(walk.history, &walk.reader.stream, member.name.c_str()))
         dispatch(walk, info->kind);
     walk.context.member = nullptr;
 }
 
 void walk_chain(archive_walk& walk, obj_kind kind) {
-    const char* const name = walk.context.archive_name;
-    ar_set_variant(kind);
+    walk.reader.variant = kind;
     seek_both(walk, ar_magic_size(kind));
-    while (const ar_member* const member = ar_read_member_header(walk.headers.get(), name)) {
-        const uint64_t start = walk.headers->position;
+    while (const ar_member* const member = ar_read_member_header(walk.reader)) {
+        const uint64_t start = walk.reader.stream.position;
         const uint64_t size = static_cast<uint64_t>(member->size);
-        const uint64_t end = walk.headers->size;
+        const uint64_t end = walk.reader.stream.size;
         visit(walk, *member);
         // A size that leads out of the file leads to its end.
         const bool fits = start <= end && size <= end - start;
@@ -67,10 +68,10 @@ struct aix_member {
     char next_offset[12];
 };
 
-bool read_aix_header(gen_stream& stream, const char* archive_name, aix_member& aix) {
+bool read_aix_header(ar_reader& reader, aix_member& aix) {
     constexpr int64_t longest_name = 9999;
     char bytes[88];
-    if (!ar_read_header_bytes(stream, archive_name, bytes, sizeof bytes))
+    if (!ar_read_header_bytes(reader, bytes, sizeof bytes))
         return false;
     ar_field_cursor fields = {{bytes, sizeof bytes}};
     ar_member& member = aix.member;
@@ -83,42 +84,43 @@ bool read_aix_header(gen_stream& stream, const char* archive_name, aix_member& a
     member.mode = ar_octal(fields.take(12));
     const int64_t name_size = ar_decimal(fields.take(4));
     if (name_size < 0 || name_size > longest_name) {
-        ar_report_read_error(archive_name);
+        ar_report_read_error(reader);
         return false;
     }
 
     char name[longest_name + 2];
     const size_t name_length = static_cast<size_t>(name_size);
-    if (!ar_read_header_bytes(stream, archive_name, name, name_length + 2) ||
-        !ar_check_terminator(stream, archive_name, {name + name_length, 2}))
+    if (!ar_read_header_bytes(reader, name, name_length + 2) ||
+        !ar_check_terminator(reader, {name + name_length, 2}))
         return false;
     if (name_length % 2 != 0)
-        gen_getc(stream);
+        gen_getc(reader.stream);
     member.name = ar_text({name, name_length});
-    return ar_check_size(archive_name, member.name.c_str(), member.size);
+    return ar_check_size(reader, member.name.c_str(), member.size);
 }
 
 // A chain with a loop in it ends when it has more members than the file has room for.
 void walk_aix(archive_walk& walk) {
-    const char* const name = walk.context.archive_name;
+    gen_stream& stream = walk.reader.stream;
     char global[68];
-    if (gen_read_stream(*walk.headers, global, sizeof global) != sizeof global)
-        gen_fatal(status_failure, "failed reading the header of AIX format library '%s'", name);
+    if (gen_read_stream(stream, global, sizeof global) != sizeof global)
+        gen_fatal(status_failure, "failed reading the header of AIX format library '%s'",
+                  walk.context.archive_name);
     const std::string_view member_table(global + 8, 12);
     const std::string_view last(global + 44, 12);
     if (ar_decimal(last) == 0)
         return;
 
-    const uint64_t end = walk.headers->size;
+    const uint64_t end = stream.size;
     int64_t offset = ar_decimal({global + 32, 12});
     aix_member aix;
     for (uint64_t room = end / ar_header_size(OBJ_AIXARCHIVE); room != 0; --room) {
         if (offset == 0)
             return;
         if (offset < 0)
-            return ar_report_read_error(name);
+            return ar_report_read_error(walk.reader);
         seek_both(walk, std::min(static_cast<uint64_t>(offset), end));
-        if (!read_aix_header(*walk.headers, name, aix))
+        if (!read_aix_header(walk.reader, aix))
             return;
         visit(walk, aix.member);
         const std::string_view next(aix.next_offset, sizeof aix.next_offset);
@@ -137,12 +139,17 @@ gen_stream_ptr open_archive(const char* name) {
 
 } // namespace
 
-int32_t ar_walk(const char* archive_name, const ar_handler_table& handlers) {
+int32_t ar_walk(const char* archive_name, obj_history& history, ar_name_table& names,
+                const ar_handler_table& handlers) {
+    const gen_stream_ptr headers = open_archive(archive_name);
+    const gen_stream_ptr data = open_archive(archive_name);
     archive_walk walk = {handlers,
-                         open_archive(archive_name),
-                         open_archive(archive_name),
+                         history,
+                         {archive_name, *headers, names},
+                         *data,
                          {archive_name, nullptr, archive_name}};
-    const objinfo* const info = obj_identify(walk.headers.get(), archive_name);
+    walk.reader.ar_damage_is_fatal = handlers.ar_damage_is_fatal;
+    const objinfo* const info = obj_identify(history, headers.get(), archive_name);
     if (!info)
         return walk.result;
     switch (info->kind) {

@@ -6,15 +6,18 @@
 #include <iterator>
 #include <type_traits>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 namespace {
 
 constexpr uint8_t elf_magic[4] = {0x7F, 'E', 'L', 'F'};
 constexpr uint64_t piece_limit = 4 * 1024 * 1024; // bytes of a table that are held undecoded
 
-bool is_class(int elfbits) {
-    return elfbits == 32 || elfbits == 64;
+bool has_class(elf_access& elf) {
+    const bool is_class = elf.elfbits == 32 || elf.elfbits == 64;
+    if (!is_class)
+        elf_bad_class(elf);
+    return is_class;
 }
 
 // The fields behind e_ident. The two counts are 16 bits wide in the file.
@@ -69,7 +72,8 @@ void elf_layout(fields& f, entry& segment) requires
 
 // Reads entries `stride` bytes apart from the stream's position.
 template <class entry>
-void read_table(gen_stream& stream, std::span<entry> table, uint64_t stride, int elfbits) {
+void read_table(const elf_access& elf, gen_stream& stream, std::span<entry> table,
+                uint64_t stride) {
     const uint64_t piece_count = std::max<uint64_t>(1, piece_limit / stride);
     const gen_block piece = gen_new_block(stride * std::min<uint64_t>(piece_count, table.size()));
     for (uint64_t first = 0; first < table.size(); first += piece_count) {
@@ -79,20 +83,20 @@ void read_table(gen_stream& stream, std::span<entry> table, uint64_t stride, int
         const uint64_t got = gen_read_stream(stream, piece.bytes.get(), wanted);
         std::fill(piece.bytes.get() + got, piece.bytes.get() + wanted, std::byte{0xFF});
         for (uint64_t i = 0; i < count; ++i) {
-            elf_decoder fields = elf_decode_at(piece.bytes.get() + i * stride, elfbits);
+            elf_decoder fields = elf_decode_at(elf, piece.bytes.get() + i * stride);
             elf_layout(fields, table[first + i]);
         }
     }
 }
 
 template <class entry>
-void write_table(const char* name, gen_stream& stream, std::span<const entry> table,
-                 uint64_t standard, int elfbits) {
+void write_table(elf_access& elf, const char* name, gen_stream& stream,
+                 std::span<const entry> table, uint64_t standard) {
     if (table.empty())
         return;
     const gen_block block = gen_new_block(table.size() * standard);
     for (uint64_t i = 0; i < table.size(); ++i) {
-        elf_encoder fields = elf_encode_at(block.bytes.get() + i * standard, elfbits);
+        elf_encoder fields = elf_encode_at(elf, block.bytes.get() + i * standard);
         elf_layout(fields, table[i]);
     }
     gen_safe_fwrite64(name, block.bytes.get(), 1, block.size, &stream);
@@ -105,21 +109,21 @@ void seek_to(gen_stream& stream, uint64_t offset) {
 
 // Reads the fields of one class as they stand in the file. False when the magic number is not
 // there.
-bool read_plain_header(gen_stream& stream, elf_file_header& elfhead, int elfbits) {
-    const gen_block ident = elf_read_bytes(stream, EI_NIDENT);
+bool read_plain_header(elf_access& elf, gen_stream& stream, elf_file_header& elfhead) {
+    const gen_block ident = elf_read_bytes(elf, stream, EI_NIDENT);
     if (!ident.bytes)
         return false;
     memcpy(elfhead.e_ident, ident.bytes.get(), EI_NIDENT);
     if (memcmp(elfhead.e_ident, elf_magic, sizeof elf_magic) != 0) {
-        elf_error("bad elf magic number");
+        elf_error(elf, "bad elf magic number");
         return false;
     }
-    elf_byte_order = elfhead.e_ident[EI_DATA] == ELFDATA2MSB ? ELF_ORDER_BIG : ELF_ORDER_LITTLE;
+    elf.elf_byte_order = elfhead.e_ident[EI_DATA] == ELFDATA2MSB ? ELF_ORDER_BIG : ELF_ORDER_LITTLE;
 
     std::byte rest[64];
     std::fill(std::begin(rest), std::end(rest), std::byte{0xFF});
-    gen_read_stream(stream, rest, elf_file_header_size(elfbits) - EI_NIDENT);
-    elf_decoder fields = elf_decode_at(rest, elfbits);
+    gen_read_stream(stream, rest, elf_file_header_size(elf.elfbits) - EI_NIDENT);
+    elf_decoder fields = elf_decode_at(elf, rest);
     uint16_t shnum = 0;
     uint16_t shstrndx = 0;
     elf_layout_file_header(fields, elfhead, shnum, shstrndx);
@@ -129,20 +133,37 @@ bool read_plain_header(gen_stream& stream, elf_file_header& elfhead, int elfbits
 }
 
 // Extended numbering: the true counts stand in section header 0.
-bool resolve_extended_numbering(gen_stream& stream, uint64_t base, elf_file_header& elfhead,
-                                int elfbits) {
+bool resolve_extended_numbering(elf_access& elf, gen_stream& stream, uint64_t base,
+                                elf_file_header& elfhead) {
     if (elfhead.e_shnum != 0 || elfhead.e_shoff == 0)
         return true;
     std::vector<elf_section_header> zero;
-    if (!elf_read_secheaders(stream, zero, 1, base + elfhead.e_shoff, elfhead.e_shentsize,
-                             elfbits)) {
-        elf_error("genelf_readXheader: Unable to read section header");
+    if (!elf_read_secheaders(elf, stream, zero, 1, base + elfhead.e_shoff, elfhead.e_shentsize)) {
+        elf_error(elf, "genelf_readXheader: Unable to read section header");
         return false;
     }
-    elfhead.e_shnum = elf_narrow(zero[0].sh_size);
+    elfhead.e_shnum = elf_narrow(elf, zero[0].sh_size);
     if (elfhead.e_shstrndx == SHN_XINDEX)
         elfhead.e_shstrndx = zero[0].sh_link;
     return true;
+}
+
+// Whether the name at `offset` is `name`: only as many bytes are read as it takes to tell, since
+// all names of a hostile file may share one endless string.
+bool name_is(gen_stream& stream, uint64_t offset, const char* name) {
+    if (offset > stream.size || gen_seek(stream, static_cast<int64_t>(offset), GEN_SEEK_SET) != 0)
+        return false;
+    for (; gen_getc(stream) == static_cast<uint8_t>(*name); ++name)
+        if (*name == '\0')
+            return true;
+    return false;
+}
+
+// Whether the file holds `count` entries at `offset` from `base`.
+bool table_is_inside(const gen_stream& stream, uint64_t base, uint64_t offset, uint64_t count,
+                     uint64_t stride) {
+    const uint64_t size = base < stream.size ? stream.size - base : 0;
+    return offset <= size && count <= (size - offset) / stride;
 }
 
 } // namespace
@@ -158,27 +179,22 @@ int elf_class_of(gen_stream& stream, uint64_t base, const char* name) {
     return e_ident[EI_CLASS] == ELFCLASS64 ? 64 : -1;
 }
 
-bool genelf_readXheader(gen_stream& stream, uint64_t base, elf_file_header& elfhead, int elfbits) {
-    if (!is_class(elfbits)) {
-        elf_bad_class();
-        return false;
-    }
-    return read_plain_header(stream, elfhead, elfbits) &&
-           resolve_extended_numbering(stream, base, elfhead, elfbits);
+bool genelf_readXheader(elf_access& elf, gen_stream& stream, uint64_t base,
+                        elf_file_header& elfhead) {
+    return has_class(elf) && read_plain_header(elf, stream, elfhead) &&
+           resolve_extended_numbering(elf, stream, base, elfhead);
 }
 
-bool genelf_writeXheader(const char* name, gen_stream& stream, const elf_file_header& elfhead,
-                         elf_section_header* section_zero, int elfbits) {
-    if (!is_class(elfbits)) {
-        elf_bad_class();
+bool genelf_writeXheader(elf_access& elf, const char* name, gen_stream& stream,
+                         const elf_file_header& elfhead, elf_section_header* section_zero) {
+    if (!has_class(elf))
         return false;
-    }
     elf_file_header head = elfhead;
     uint16_t shnum = static_cast<uint16_t>(head.e_shnum);
     uint16_t shstrndx = static_cast<uint16_t>(head.e_shstrndx);
     if (head.e_shnum >= SHN_LORESERVE) {
         if (!section_zero) {
-            elf_error("genelf_writeXheader: Unable to write ELF header");
+            elf_error(elf, "genelf_writeXheader: Unable to write ELF header");
             return false;
         }
         section_zero->sh_size = head.e_shnum;
@@ -189,58 +205,57 @@ bool genelf_writeXheader(const char* name, gen_stream& stream, const elf_file_he
             shstrndx = SHN_XINDEX;
         }
     }
-    const uint16_t size = elf_file_header_size(elfbits);
+    const uint16_t size = elf_file_header_size(elf.elfbits);
     std::byte bytes[64];
     memcpy(bytes, head.e_ident, EI_NIDENT);
-    elf_encoder fields = elf_encode_at(bytes + EI_NIDENT, elfbits);
+    elf_encoder fields = elf_encode_at(elf, bytes + EI_NIDENT);
     elf_layout_file_header(fields, head, shnum, shstrndx);
     return gen_safe_fwrite64(name, bytes, 1, size, &stream) == size;
 }
 
-bool elf_read_progheaders(gen_stream& stream, std::vector<elf_program_header>& table,
-                          uint32_t count, uint64_t offset, uint32_t entsize, int elfbits) {
-    if (!is_class(elfbits)) {
-        elf_bad_class();
+bool elf_read_progheaders(elf_access& elf, gen_stream& stream,
+                          std::vector<elf_program_header>& table, uint32_t count, uint64_t offset,
+                          uint32_t entsize) {
+    if (!has_class(elf))
         return false;
-    }
-    if (elfbits == 64)
+    if (elf.is_64())
         seek_to(stream, offset);
     else if (offset != elf_here)
-        gen_safe_fseek(nullptr, &stream, static_cast<int32_t>(elf_narrow(offset)), GEN_SEEK_SET);
-    const uint32_t standard = elf_program_header_size(elfbits);
+        gen_safe_fseek(nullptr, &stream, static_cast<int32_t>(elf_narrow(elf, offset)),
+                       GEN_SEEK_SET);
+    const uint32_t standard = elf_program_header_size(elf.elfbits);
     if (entsize != 0 && entsize < standard) {
-        elf_error(elfbits == 64 ? "elf64_readprogheader(): phentsize"
-                                : "elf_readprogheader(): phentsize");
+        elf_error(elf, elf.is_64() ? "elf64_readprogheader(): phentsize"
+                                   : "elf_readprogheader(): phentsize");
         return false;
     }
     table.resize(count);
-    read_table(stream, std::span(table), std::max(entsize, standard), elfbits);
+    read_table(elf, stream, std::span(table), std::max(entsize, standard));
     return true;
 }
 
-bool elf_read_secheaders(gen_stream& stream, std::vector<elf_section_header>& table, uint32_t count,
-                         uint64_t offset, uint32_t entsize, int elfbits) {
-    if (!is_class(elfbits)) {
-        elf_bad_class();
+bool elf_read_secheaders(elf_access& elf, gen_stream& stream,
+                         std::vector<elf_section_header>& table, uint32_t count, uint64_t offset,
+                         uint32_t entsize) {
+    if (!has_class(elf))
         return false;
-    }
     seek_to(stream, offset);
-    const uint32_t standard = elf_section_header_size(elfbits);
+    const uint32_t standard = elf_section_header_size(elf.elfbits);
     if (entsize != 0 && entsize < standard)
         return false;
     table.resize(count);
-    read_table(stream, std::span(table), std::max(entsize, standard), elfbits);
+    read_table(elf, stream, std::span(table), std::max(entsize, standard));
     return true;
 }
 
-void elf_write_progheaders(const char* name, gen_stream& stream,
-                           std::span<const elf_program_header> table, int elfbits) {
-    write_table(name, stream, table, elf_program_header_size(elfbits), elfbits);
+void elf_write_progheaders(elf_access& elf, const char* name, gen_stream& stream,
+                           std::span<const elf_program_header> table) {
+    write_table(elf, name, stream, table, elf_program_header_size(elf.elfbits));
 }
 
-void elf_write_secheaders(const char* name, gen_stream& stream,
-                          std::span<const elf_section_header> table, int elfbits) {
-    write_table(name, stream, table, elf_section_header_size(elfbits), elfbits);
+void elf_write_secheaders(elf_access& elf, const char* name, gen_stream& stream,
+                          std::span<const elf_section_header> table) {
+    write_table(elf, name, stream, table, elf_section_header_size(elf.elfbits));
 }
 
 std::optional<std::string> elf_read_section_name(gen_stream& stream, uint32_t strings,
@@ -263,44 +278,21 @@ std::optional<std::string> elf_read_section_name(gen_stream& stream, uint32_t st
     return name;
 }
 
-namespace {
-
-// Whether the name at `offset` is `name`: only as many bytes are read as it takes to tell, since
-// all names of a hostile file may share one endless string.
-bool name_is(gen_stream& stream, uint64_t offset, const char* name) {
-    if (offset > stream.size || gen_seek(stream, static_cast<int64_t>(offset), GEN_SEEK_SET) != 0)
-        return false;
-    for (; gen_getc(stream) == static_cast<uint8_t>(*name); ++name)
-        if (*name == '\0')
-            return true;
-    return false;
-}
-
-// Whether the file holds `count` entries at `offset` from `base`.
-bool table_is_inside(const gen_stream& stream, uint64_t base, uint64_t offset, uint64_t count,
-                     uint64_t stride) {
-    const uint64_t size = base < stream.size ? stream.size - base : 0;
-    return offset <= size && count <= (size - offset) / stride;
-}
-
-} // namespace
-
-std::optional<elf_section_header> elf_find_section(gen_stream& stream, const char* name,
-                                                   uint64_t base) {
+std::optional<elf_section_header> elf_find_section(elf_access& elf, gen_stream& stream,
+                                                   const char* name, uint64_t base) {
     gen_safe_fseek(nullptr, &stream, static_cast<int32_t>(base), GEN_SEEK_SET);
-    const int elfbits = elf_class_of(stream, base, nullptr);
+    elf.elfbits = elf_class_of(stream, base, nullptr);
     elf_file_header elfhead;
     std::vector<elf_section_header> sechead;
-    const uint32_t standard = is_class(elfbits) ? elf_section_header_size(elfbits) : 1;
     const bool readable =
-        genelf_readXheader(stream, base, elfhead, elfbits) && elfhead.e_shoff != 0 &&
+        genelf_readXheader(elf, stream, base, elfhead) && elfhead.e_shoff != 0 &&
         table_is_inside(stream, base, elfhead.e_shoff, elfhead.e_shnum,
-                        std::max<uint32_t>(elfhead.e_shentsize, standard)) &&
-        elf_read_secheaders(stream, sechead, elfhead.e_shnum, base + elfhead.e_shoff,
-                            elfhead.e_shentsize, elfbits) &&
+                        std::max(elfhead.e_shentsize, elf_section_header_size(elf.elfbits))) &&
+        elf_read_secheaders(elf, stream, sechead, elfhead.e_shnum, base + elfhead.e_shoff,
+                            elfhead.e_shentsize) &&
         elfhead.e_shstrndx < sechead.size();
     if (!readable) {
-        ++elf_error_count;
+        ++elf.elf_error_count;
         return std::nullopt;
     }
     const uint64_t strings = base + sechead[elfhead.e_shstrndx].sh_offset;

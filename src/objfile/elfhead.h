@@ -1,9 +1,8 @@
 // ELF file headers, section headers and program headers, of both classes and byte orders (System V
 // gABI, chapters 4 and 5, with extended section numbering).
 //
-// In memory every record has its 64-bit shape. Routines take the class as a number, 32 or 64, and
-// a base: the position of the ELF file in the stream, which is not 0 for an archive member. Errors
-// go through elf_error (objfile/elfio.h).
+// In memory every record has its 64-bit shape. A base is the position of the ELF file in the
+// stream, which is not 0 for an archive member. Errors go through elf_error (objfile/elffield.h).
 #pragma once
 
 #include <cstdint>
@@ -12,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "objfile/elfio.h"
+#include "objfile/elffield.h"
 
 constexpr uint32_t EI_CLASS = 4, EI_DATA = 5, EI_NIDENT = 16;
 constexpr uint8_t ELFCLASS32 = 1, ELFCLASS64 = 2;
@@ -82,29 +81,33 @@ constexpr uint16_t elf_program_header_size(int elfbits) {
 // 32, 64, or -1 for anything else in EI_CLASS. Keeps the stream's position.
 int elf_class_of(gen_stream& stream, uint64_t base, const char* name);
 
-// Reads the file header at the stream's position, which is `base`, and sets the byte order. False
-// after an error; under a sink the fields from there on keep what they held.
-bool genelf_readXheader(gen_stream& stream, uint64_t base, elf_file_header& elfhead, int elfbits);
+// Reads the file header at the stream's position, which is `base`, in the class that `elf` has, and
+// sets its byte order. False after an error; under a sink the fields from there on keep what they
+// held.
+bool genelf_readXheader(elf_access& elf, gen_stream& stream, uint64_t base,
+                        elf_file_header& elfhead);
 // Writes the file header at the stream's position. From 0xFF00 sections on, the counts go into
 // `section_zero`, which the caller writes afterwards; null is an error then. Write failures are
 // reported under `name`.
-bool genelf_writeXheader(const char* name, gen_stream& stream, const elf_file_header& elfhead,
-                         elf_section_header* section_zero, int elfbits);
+bool genelf_writeXheader(elf_access& elf, const char* name, gen_stream& stream,
+                         const elf_file_header& elfhead, elf_section_header* section_zero);
 
 // Read `count` entries at `offset` (elf_here: at the position), `entsize` bytes apart (0: the
 // standard size), in large pieces. The caller has checked that the file holds the table; what is
 // missing all the same reads as 0xFF. False after an error, or, for section headers, when entsize
 // is below the standard size.
-bool elf_read_progheaders(gen_stream& stream, std::vector<elf_program_header>& table,
-                          uint32_t count, uint64_t offset, uint32_t entsize, int elfbits);
-bool elf_read_secheaders(gen_stream& stream, std::vector<elf_section_header>& table, uint32_t count,
-                         uint64_t offset, uint32_t entsize, int elfbits);
+bool elf_read_progheaders(elf_access& elf, gen_stream& stream,
+                          std::vector<elf_program_header>& table, uint32_t count, uint64_t offset,
+                          uint32_t entsize);
+bool elf_read_secheaders(elf_access& elf, gen_stream& stream,
+                         std::vector<elf_section_header>& table, uint32_t count, uint64_t offset,
+                         uint32_t entsize);
 // Write entries of the standard size at the stream's position, in one piece, reporting under
 // `name`.
-void elf_write_progheaders(const char* name, gen_stream& stream,
-                           std::span<const elf_program_header> table, int elfbits);
-void elf_write_secheaders(const char* name, gen_stream& stream,
-                          std::span<const elf_section_header> table, int elfbits);
+void elf_write_progheaders(elf_access& elf, const char* name, gen_stream& stream,
+                           std::span<const elf_program_header> table);
+void elf_write_secheaders(elf_access& elf, const char* name, gen_stream& stream,
+                          std::span<const elf_section_header> table);
 
 // The name of section `index`, from the string table at section `strings`; nothing when the file
 // ends before the name does. Keeps the stream's position.
@@ -112,6 +115,6 @@ std::optional<std::string> elf_read_section_name(gen_stream& stream, uint32_t st
                                                  const std::vector<elf_section_header>& sechead,
                                                  uint32_t index, uint64_t base);
 // The header of the first section called `name`. Nothing when there is none, or after an error,
-// which is counted. Moves the stream's position.
-std::optional<elf_section_header> elf_find_section(gen_stream& stream, const char* name,
-                                                   uint64_t base);
+// which is counted. Sets the class in `elf`, and moves the stream's position.
+std::optional<elf_section_header> elf_find_section(elf_access& elf, gen_stream& stream,
+                                                   const char* name, uint64_t base);

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "shared/genout.h"
+#include "shared/genexit.h"
 
 namespace {
 
@@ -39,133 +39,28 @@ bool widen_index(elf_symbol& symbol, uint16_t shndx, uint64_t position,
         symbol.st_shndx = elf_index_in(shndx);
         return true;
     }
-    if (!words) {
-        ++elf_error_count;
+    if (!words)
         gen_fatal(status_failure, "symbol requires SYMTAB_SHNDX mapping");
-    }
     if (position >= words->size())
         return false;
     symbol.st_shndx = (*words)[position];
     return true;
 }
 
-} // namespace
-
-uint32_t elf_index_in(uint32_t index) {
-    if (index > 0xFFFF)
-        gen_fatal(status_failure, "Invalid section");
-    return index < SHN_LORESERVE ? index : index + reserved_shift;
-}
-
-uint32_t elf_index_out(uint32_t index) {
-    return index >= reserved_shift ? index - reserved_shift : index;
-}
-
-std::optional<std::vector<elf_symbol>>
-elf_read_symtab(const char* name, gen_stream& stream, uint64_t base,
-                const elf_section_header& symtab, const std::vector<uint32_t>* words, int elfbits) {
-    const uint64_t stride = symtab.sh_entsize != 0 ? symtab.sh_entsize : elf_symbol_size(elfbits);
-    std::vector<elf_symbol> symbols(symtab.sh_size / stride);
-    const uint64_t piece_count = std::max<uint64_t>(1, piece_limit / stride);
-    const gen_block piece = gen_new_block(stride * std::min<uint64_t>(piece_count, symbols.size()));
-    seek_to(name, stream, base + symtab.sh_offset);
-    for (uint64_t first = 0; first < symbols.size(); first += piece_count) {
-        const uint64_t count = std::min<uint64_t>(piece_count, symbols.size() - first);
-        const uint64_t got = gen_read_stream(stream, piece.bytes.get(), count * stride);
-        std::fill(piece.bytes.get() + got, piece.bytes.get() + count * stride, std::byte{0xFF});
-        for (uint64_t i = 0; i < count; ++i) {
-            elf_decoder fields = elf_decode_at(piece.bytes.get() + i * stride, elfbits);
-            uint16_t shndx = 0;
-            elf_layout_symbol(fields, symbols[first + i], shndx);
-            if (!widen_index(symbols[first + i], shndx, first + i, words))
-                return std::nullopt;
-        }
-    }
-    return symbols;
-}
-
-std::vector<uint32_t> elf_read_shndx(const char* name, gen_stream& stream, uint64_t base,
-                                     const elf_section_header& section) {
-    seek_to(name, stream, base + section.sh_offset);
-    std::vector<uint32_t> words(section.sh_size / 4);
-    const gen_block block = elf_read_bytes(stream, words.size() * 4);
-    elf_decoder fields = elf_decode_at(block.bytes.get(), 32);
-    for (uint32_t& word : words)
-        fields.u32(word);
-    return words;
-}
-
-namespace {
-
 bool needs_word(const elf_symbol& symbol) {
     return symbol.st_shndx >= SHN_LORESERVE && symbol.st_shndx < reserved_shift;
 }
-
-} // namespace
-
-bool elf_symbols_for_output(std::span<const elf_symbol> symbols, std::vector<uint32_t>* words) {
-    if (words)
-        words->assign(symbols.size(), 0);
-    for (size_t i = 0; i < symbols.size(); ++i) {
-        if (!needs_word(symbols[i]))
-            continue;
-        if (!words) {
-            elf_error("symbol requires SYMTAB_SHNDX section");
-            return false;
-        }
-        (*words)[i] = symbols[i].st_shndx;
-    }
-    return true;
-}
-
-uint64_t elf_write_symbols(const char* name, gen_stream& stream,
-                           std::span<const elf_symbol> symbols, int elfbits) {
-    const uint64_t standard = elf_symbol_size(elfbits);
-    const uint64_t piece_count = piece_limit / standard;
-    const gen_block piece =
-        gen_new_block(standard * std::min<uint64_t>(piece_count, symbols.size()));
-    const uint64_t value_mask = elfbits == 64 ? UINT64_MAX : UINT32_MAX;
-    for (uint64_t first = 0; first < symbols.size(); first += piece_count) {
-        const uint64_t count = std::min<uint64_t>(piece_count, symbols.size() - first);
-        for (uint64_t i = 0; i < count; ++i) {
-            elf_symbol symbol = symbols[first + i];
-            symbol.st_value &= value_mask;
-            symbol.st_size &= value_mask;
-            uint16_t shndx = static_cast<uint16_t>(
-                needs_word(symbol) ? SHN_XINDEX : elf_index_out(symbol.st_shndx));
-            elf_encoder fields = elf_encode_at(piece.bytes.get() + i * standard, elfbits);
-            elf_layout_symbol(fields, symbol, shndx);
-        }
-        gen_safe_fwrite64(name, piece.bytes.get(), standard, count, &stream);
-    }
-    return symbols.size() * standard;
-}
-
-uint64_t elf_write_words(const char* name, gen_stream& stream, std::span<const uint32_t> words) {
-    constexpr uint64_t piece_count = piece_limit / 4;
-    const gen_block piece = gen_new_block(4 * std::min<uint64_t>(piece_count, words.size()));
-    for (uint64_t first = 0; first < words.size(); first += piece_count) {
-        const uint64_t count = std::min<uint64_t>(piece_count, words.size() - first);
-        elf_encoder fields = elf_encode_at(piece.bytes.get(), 32);
-        for (uint32_t word : words.subspan(first, count))
-            fields.u32(word);
-        gen_safe_fwrite64(name, piece.bytes.get(), 4, count, &stream);
-    }
-    return words.size() * 4;
-}
-
-namespace {
 
 // In a 32-bit file r_info is the symbol index shifted by 8, with the type below.
 uint64_t widen_info(uint32_t info) {
     return uint64_t{info >> 8} << 32 | (info & 0xFF);
 }
 
-uint32_t narrow_info(uint64_t info) {
+uint32_t narrow_info(elf_access& elf, uint64_t info) {
     const uint64_t symbol = info >> 32;
     const uint64_t type = info & 0xFFFFFFFF;
     if (symbol > 0xFFFFFF || type > 0xFF)
-        elf_overflow();
+        elf_overflow(elf);
     return static_cast<uint32_t>(symbol << 8 | (type & 0xFF));
 }
 
@@ -181,40 +76,139 @@ elf_relocation decode_head(elf_decoder& fields) {
 
 void encode_head(elf_encoder& fields, const elf_relocation& relocation) {
     fields.word(relocation.r_offset);
-    fields.word(fields.is_64 ? relocation.r_info : narrow_info(relocation.r_info));
+    fields.word(fields.is_64 ? relocation.r_info : narrow_info(fields.elf, relocation.r_info));
 }
 
 } // namespace
 
-elf_relocation elf_decode_rel(const std::byte* at, int elfbits) {
-    elf_decoder fields = elf_decode_at(at, elfbits);
+uint32_t elf_index_in(uint32_t index) {
+    if (index > 0xFFFF)
+        gen_fatal(status_failure, "Invalid section");
+    return index < SHN_LORESERVE ? index : index + reserved_shift;
+}
+
+uint32_t elf_index_out(uint32_t index) {
+    return index >= reserved_shift ? index - reserved_shift : index;
+}
+
+std::optional<std::vector<elf_symbol>> elf_read_symtab(elf_access& elf, const char* name,
+                                                       gen_stream& stream, uint64_t base,
+                                                       const elf_section_header& symtab,
+                                                       const std::vector<uint32_t>* words) {
+    const uint64_t stride =
+        symtab.sh_entsize != 0 ? symtab.sh_entsize : elf_symbol_size(elf.elfbits);
+    std::vector<elf_symbol> symbols(symtab.sh_size / stride);
+    const uint64_t piece_count = std::max<uint64_t>(1, piece_limit / stride);
+    const gen_block piece = gen_new_block(stride * std::min<uint64_t>(piece_count, symbols.size()));
+    seek_to(name, stream, base + symtab.sh_offset);
+    for (uint64_t first = 0; first < symbols.size(); first += piece_count) {
+        const uint64_t count = std::min<uint64_t>(piece_count, symbols.size() - first);
+        const uint64_t got = gen_read_stream(stream, piece.bytes.get(), count * stride);
+        std::fill(piece.bytes.get() + got, piece.bytes.get() + count * stride, std::byte{0xFF});
+        for (uint64_t i = 0; i < count; ++i) {
+            elf_decoder fields = elf_decode_at(elf, piece.bytes.get() + i * stride);
+            uint16_t shndx = 0;
+            elf_layout_symbol(fields, symbols[first + i], shndx);
+            if (!widen_index(symbols[first + i], shndx, first + i, words))
+                return std::nullopt;
+        }
+    }
+    return symbols;
+}
+
+std::vector<uint32_t> elf_read_shndx(elf_access& elf, const char* name, gen_stream& stream,
+                                     uint64_t base, const elf_section_header& section) {
+    seek_to(name, stream, base + section.sh_offset);
+    std::vector<uint32_t> words(section.sh_size / 4);
+    const gen_block block = elf_read_bytes(elf, stream, words.size() * 4);
+    elf_decoder fields = elf_decode_at(elf, block.bytes.get());
+    for (uint32_t& word : words)
+        fields.u32(word);
+    return words;
+}
+
+bool elf_symbols_for_output(elf_access& elf, std::span<const elf_symbol> symbols,
+                            std::vector<uint32_t>* words) {
+    if (words)
+        words->assign(symbols.size(), 0);
+    for (size_t i = 0; i < symbols.size(); ++i) {
+        if (!needs_word(symbols[i]))
+            continue;
+        if (!words) {
+            elf_error(elf, "symbol requires SYMTAB_SHNDX section");
+            return false;
+        }
+        (*words)[i] = symbols[i].st_shndx;
+    }
+    return true;
+}
+
+uint64_t elf_write_symbols(elf_access& elf, const char* name, gen_stream& stream,
+                           std::span<const elf_symbol> symbols) {
+    const uint64_t standard = elf_symbol_size(elf.elfbits);
+    const uint64_t piece_count = piece_limit / standard;
+    const gen_block piece =
+        gen_new_block(standard * std::min<uint64_t>(piece_count, symbols.size()));
+    const uint64_t value_mask = elf.is_64() ? UINT64_MAX : UINT32_MAX;
+    for (uint64_t first = 0; first < symbols.size(); first += piece_count) {
+        const uint64_t count = std::min<uint64_t>(piece_count, symbols.size() - first);
+        for (uint64_t i = 0; i < count; ++i) {
+            elf_symbol symbol = symbols[first + i];
+            symbol.st_value &= value_mask;
+            symbol.st_size &= value_mask;
+            uint16_t shndx = static_cast<uint16_t>(
+                needs_word(symbol) ? SHN_XINDEX : elf_index_out(symbol.st_shndx));
+            elf_encoder fields = elf_encode_at(elf, piece.bytes.get() + i * standard);
+            elf_layout_symbol(fields, symbol, shndx);
+        }
+        gen_safe_fwrite64(name, piece.bytes.get(), standard, count, &stream);
+    }
+    return symbols.size() * standard;
+}
+
+uint64_t elf_write_words(elf_access& elf, const char* name, gen_stream& stream,
+                         std::span<const uint32_t> words) {
+    constexpr uint64_t piece_count = piece_limit / 4;
+    const gen_block piece = gen_new_block(4 * std::min<uint64_t>(piece_count, words.size()));
+    for (uint64_t first = 0; first < words.size(); first += piece_count) {
+        const uint64_t count = std::min<uint64_t>(piece_count, words.size() - first);
+        elf_encoder fields = elf_encode_at(elf, piece.bytes.get());
+        for (uint32_t word : words.subspan(first, count))
+            fields.u32(word);
+        gen_safe_fwrite64(name, piece.bytes.get(), 4, count, &stream);
+    }
+    return words.size() * 4;
+}
+
+elf_relocation elf_decode_rel(const elf_access& elf, const std::byte* at) {
+    elf_decoder fields = elf_decode_at(elf, at);
     return decode_head(fields);
 }
 
-elf_relocation elf_decode_rela(const std::byte* at, int elfbits) {
-    elf_decoder fields = elf_decode_at(at, elfbits);
+elf_relocation elf_decode_rela(const elf_access& elf, const std::byte* at) {
+    elf_decoder fields = elf_decode_at(elf, at);
     elf_relocation relocation = decode_head(fields);
     uint64_t addend = 0;
     fields.word(addend);
     relocation.r_addend =
-        elfbits == 64 ? static_cast<int64_t>(addend) : int64_t{static_cast<int32_t>(addend)};
+        elf.is_64() ? static_cast<int64_t>(addend) : int64_t{static_cast<int32_t>(addend)};
     return relocation;
 }
 
-void elf_encode_rel(std::byte* at, const elf_relocation& relocation, int elfbits) {
-    elf_encoder fields = elf_encode_at(at, elfbits);
+void elf_encode_rel(elf_access& elf, std::byte* at, const elf_relocation& relocation) {
+    elf_encoder fields = elf_encode_at(elf, at);
     encode_head(fields, relocation);
 }
 
-void elf_encode_rela(std::byte* at, const elf_relocation& relocation, int elfbits) {
-    elf_encoder fields = elf_encode_at(at, elfbits);
+void elf_encode_rela(elf_access& elf, std::byte* at, const elf_relocation& relocation) {
+    elf_encoder fields = elf_encode_at(elf, at);
     encode_head(fields, relocation);
     const int64_t addend = relocation.r_addend;
-    if (elfbits == 64) {
+    if (elf.is_64()) {
         fields.u64(static_cast<uint64_t>(addend));
         return;
     }
     if (addend < INT32_MIN || addend > INT32_MAX)
-        elf_overflow();
+        elf_overflow(elf);
     fields.u32(static_cast<uint32_t>(addend));
 }

@@ -69,30 +69,33 @@ uint32_t elf_index_out(uint32_t index);
 // the table, whose entries are not below the standard size. `words` is the extended index table
 // (elf_read_shndx); a symbol that needs it ends the program if there is none. Nothing if a symbol
 // lies behind the end of `words`.
-std::optional<std::vector<elf_symbol>>
-elf_read_symtab(const char* name, gen_stream& stream, uint64_t base,
-                const elf_section_header& symtab, const std::vector<uint32_t>* words, int elfbits);
+std::optional<std::vector<elf_symbol>> elf_read_symtab(elf_access& elf, const char* name,
+                                                       gen_stream& stream, uint64_t base,
+                                                       const elf_section_header& symtab,
+                                                       const std::vector<uint32_t>* words);
 
 // The extended index table at `section`, which the caller has checked to lie inside the file.
-std::vector<uint32_t> elf_read_shndx(const char* name, gen_stream& stream, uint64_t base,
-                                     const elf_section_header& section);
+std::vector<uint32_t> elf_read_shndx(elf_access& elf, const char* name, gen_stream& stream,
+                                     uint64_t base, const elf_section_header& section);
 
 // Makes `symbols` ready to be written: fills `words`, if given, with one extended word each. A
 // symbol whose section index needs such a word while `words` is null is an error, and false under a
 // sink.
-bool elf_symbols_for_output(std::span<const elf_symbol> symbols, std::vector<uint32_t>* words);
+bool elf_symbols_for_output(elf_access& elf, std::span<const elf_symbol> symbols,
+                            std::vector<uint32_t>* words);
 
 // Writes symbols in the standard entry size at the stream's position, in pieces. In a 32-bit file
 // the low halves of st_value and st_size are written. Bytes written.
-uint64_t elf_write_symbols(const char* name, gen_stream& stream,
-                           std::span<const elf_symbol> symbols, int elfbits);
+uint64_t elf_write_symbols(elf_access& elf, const char* name, gen_stream& stream,
+                           std::span<const elf_symbol> symbols);
 // Writes an extended index table at the stream's position. Bytes written.
-uint64_t elf_write_words(const char* name, gen_stream& stream, std::span<const uint32_t> words);
+uint64_t elf_write_words(elf_access& elf, const char* name, gen_stream& stream,
+                         std::span<const uint32_t> words);
 
-// One relocation at `at`, in the current byte order.
-elf_relocation elf_decode_rel(const std::byte* at, int elfbits);
-elf_relocation elf_decode_rela(const std::byte* at, int elfbits);
+// One relocation at `at`.
+elf_relocation elf_decode_rel(const elf_access& elf, const std::byte* at);
+elf_relocation elf_decode_rela(const elf_access& elf, const std::byte* at);
 // The same back. A symbol index, type, offset or addend that a 32-bit entry cannot hold is
 // elf_overflow.
-void elf_encode_rel(std::byte* at, const elf_relocation& relocation, int elfbits);
-void elf_encode_rela(std::byte* at, const elf_relocation& relocation, int elfbits);
+void elf_encode_rel(elf_access& elf, std::byte* at, const elf_relocation& relocation);
+void elf_encode_rela(elf_access& elf, std::byte* at, const elf_relocation& relocation);

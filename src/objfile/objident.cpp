@@ -12,25 +12,23 @@
 #include <optional>
 #include <string_view>
 
+#include "objfile/elffield.h"
 #include "objfile/elfhead.h"
-#include "objfile/elfio.h"
 #include "objfile/objident_tables.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
-
-bool ti_coff = false;
 
 namespace {
 
-objinfo record;
-
 // What the steps share about one file.
 struct candidate {
+    obj_history& history;
+    objinfo& record; // to be filled
     gen_stream& stream;
-    uint64_t base;      // where the file begins in the stream
-    const char* name;   // may be null
-    uint8_t lead[4];    // the first four bytes
-    int32_t elf_errors; // the ELF layer's sink from the ELF step to the end
+    uint64_t base;        // where the file begins in the stream
+    const char* name;     // may be null
+    uint8_t lead[4] = {}; // the first four bytes
+    elf_access elf = {};
 };
 
 enum verdict {
@@ -59,6 +57,7 @@ bool begins_with(const candidate& file, uint32_t big_endian_word) {
 }
 
 verdict identify_archive(candidate& file) {
+    objinfo& record = file.record;
     switch (archive_magic_kind(&file.stream, file.name)) {
     case OBJ_MAGIC_NONE:
         return NOT_THIS;
@@ -86,6 +85,7 @@ verdict identify_archive(candidate& file) {
 
 // Signature, a word of no interest here, version.
 verdict identify_tooldata(candidate& file) {
+    objinfo& record = file.record;
     if (!begins_with(file, 0x7F4F5256)) // "\x7fORV"
         return NOT_THIS;
     seek_to(file, 8);
@@ -97,6 +97,7 @@ verdict identify_tooldata(candidate& file) {
 }
 
 verdict identify_leading_word(candidate& file) {
+    objinfo& record = file.record;
     if (begins_with(file, 0x00000258))
         record.kind = OBJ_MAGIC10;
     else if (begins_with(file, 0x0000FFFF))
@@ -116,8 +117,8 @@ verdict identify_windows_resource(candidate& file) {
     for (const uint32_t word : header)
         if (elf_read_u32_as(file.stream, false) != word)
             return NOT_THIS;
-    record.kind = OBJ_WINRES;
-    record.target = 125;
+    file.record.kind = OBJ_WINRES;
+    file.record.target = 125;
     return RECOGNISED;
 }
 
@@ -132,14 +133,15 @@ bool elf_code_is_big_endian(const elf_file_header& head, bool big_endian) {
 }
 
 verdict identify_elf(candidate& file) {
+    objinfo& record = file.record;
     if (!begins_with(file, 0x7F454C46)) // "\x7fELF"
         return NOT_THIS;
     seek_to(file, 0);
-    elf_set_error_sink(&file.elf_errors);
+    file.elf.elf_error_sink = true;
+    file.elf.elfbits = elf_class_of(file.stream, file.base, file.name);
     elf_file_header head;
-    const int elfbits = elf_class_of(file.stream, file.base, file.name);
-    genelf_readXheader(file.stream, file.base, head, elfbits);
-    if (file.elf_errors != 0)
+    genelf_readXheader(file.elf, file.stream, file.base, head);
+    if (file.elf.elf_error_count != 0)
         head.e_machine = 0;
 
     const uint8_t ei_class = head.e_ident[EI_CLASS];
@@ -161,7 +163,7 @@ verdict identify_elf(candidate& file) {
     return RECOGNISED;
 }
 
-void take_coff_machine(const obj_coff_row& row) {
+void take_coff_machine(objinfo& record, const obj_coff_row& row) {
     constexpr uint32_t x86_64_target = 138;
     record.target = row.target;
     record.code_big_endian = row.big_endian;
@@ -180,11 +182,11 @@ std::optional<uint64_t> read_pe_header(candidate& file) {
     for (uint8_t& byte : machine)
         byte = elf_read_u8(file.stream);
     if (const obj_coff_row* const row = obj_find_coff_row(machine))
-        take_coff_machine(*row);
+        take_coff_machine(file.record, *row);
     return offset + 4;
 }
 
-uint32_t coff_file_type() {
+uint32_t coff_file_type(const objinfo& record) {
     constexpr uint32_t F_RELFLG = 0x0001, F_EXEC = 0x0002, IMAGE_FILE_DLL = 0x2000;
     if (record.kind == OBJ_PECOFF && (record.flags & IMAGE_FILE_DLL))
         return OBJ_TYPE_SHARED;
@@ -194,12 +196,13 @@ uint32_t coff_file_type() {
 }
 
 verdict identify_coff(candidate& file) {
+    objinfo& record = file.record;
     constexpr uint64_t f_flags_offset = 18;
     const uint8_t magic[2] = {file.lead[0], file.lead[1]};
     const obj_coff_row* const row = obj_find_coff_row(magic);
     if (!row)
         return NOT_THIS;
-    take_coff_machine(*row);
+    take_coff_machine(file.record, *row);
     record.machine = row->machine;
     record.kind = row->kind;
     record.sym_entry_size = row->sym_entry_size;
@@ -212,11 +215,12 @@ verdict identify_coff(candidate& file) {
     seek_to(file, *coff_header + f_flags_offset);
     const uint16_t f_flags = elf_read_u16_as(file.stream, record.big_endian);
     record.flags = static_cast<uint32_t>(static_cast<int16_t>(f_flags)); // sign-extended
-    record.file_type = coff_file_type();
+    record.file_type = coff_file_type(file.record);
     return RECOGNISED;
 }
 
 verdict identify_aout(candidate& file) {
+    objinfo& record = file.record;
     const obj_aout_row* const row = obj_find_aout_row(file.lead);
     if (!row)
         return NOT_THIS;
@@ -233,6 +237,7 @@ verdict identify_aout(candidate& file) {
 }
 
 verdict identify_by_extension(candidate& file) {
+    objinfo& record = file.record;
     const std::string_view extension = gen_extension(file.name ? file.name : "");
     if (gen_equal_ignoring_case(extension, "pro") || gen_equal_ignoring_case(extension, "dbp"))
         record.target = 122;
@@ -265,6 +270,7 @@ uint32_t unsigned_tooldata_target(const candidate& file) {
 // What is left is unknown, unless a weak mark says otherwise. No step before this one sets a target
 // and goes on, so one that is set was left by the file before: it stays, and no mark is looked for.
 verdict identify_by_weak_marks(candidate& file) {
+    objinfo& record = file.record;
     record.sym_entry_size = 0;
     record.flags = 0;
     record.kind = OBJ_UNKNOWN;
@@ -306,11 +312,11 @@ struct note_header {
     uint32_t namesz, descsz, type;
 };
 
-bool read_note_header(gen_stream& stream, note_header& note) {
+bool read_note_header(const candidate& file, note_header& note) {
     std::byte bytes[12];
-    if (gen_read_stream(stream, bytes, sizeof bytes) != sizeof bytes)
+    if (gen_read_stream(file.stream, bytes, sizeof bytes) != sizeof bytes)
         return false;
-    elf_decoder fields = elf_decode_at(bytes, 32);
+    elf_decoder fields = elf_decode_at(file.elf, bytes);
     fields.u32(note.namesz);
     fields.u32(note.descsz);
     fields.u32(note.type);
@@ -318,36 +324,37 @@ bool read_note_header(gen_stream& stream, note_header& note) {
 }
 
 // The flag of a note that has four bytes of name and a word.
-uint32_t read_note(gen_stream& stream, const note_header& note) {
+uint32_t read_note(candidate& file, const note_header& note) {
     if (note.namesz != 4 || note.descsz != 4)
         return 0;
     char name[4];
     for (char& c : name)
-        c = static_cast<char>(elf_read_u8(stream));
-    const uint32_t value = elf_read_u32(stream);
+        c = static_cast<char>(elf_read_u8(file.stream));
+    const uint32_t value = elf_read_u32(file.elf, file.stream);
     const bool is_ours = gen_equal_ignoring_case({name, sizeof name}, {"REL", sizeof name});
     return is_ours ? note_flag(note.type, value) : 0;
 }
 
 // Names and values are not padded: a note follows the one before at once. The end of the file ends
 // the scan, whatever size the section claims.
-void scan_notes(const candidate& file) {
+void scan_notes(candidate& file) {
     const std::optional<elf_section_header> section =
-        elf_find_section(file.stream, ".note.renesas", file.base);
+        elf_find_section(file.elf, file.stream, ".note.renesas", file.base);
     if (!section)
         return;
     uint64_t offset = section->sh_offset;
     uint64_t left = section->sh_size;
     note_header note;
-    while (left >= 12 && seek_to(file, offset) && read_note_header(file.stream, note)) {
-        record.note_flags |= read_note(file.stream, note);
+    while (left >= 12 && seek_to(file, offset) && read_note_header(file, note)) {
+        file.record.note_flags |= read_note(file, note);
         const uint64_t length = uint64_t{12} + note.namesz + note.descsz;
         offset += length;
         left -= std::min(left, length);
     }
 }
 
-void finish(const candidate& file) {
+void finish(candidate& file) {
+    objinfo& record = file.record;
     constexpr uint32_t note_target = 94, ti_target = 131;
     record.magic[0] = file.lead[0];
     record.magic[1] = file.lead[1];
@@ -356,7 +363,7 @@ void finish(const candidate& file) {
     if (record.target == note_target && record.kind == OBJ_ELF)
         scan_notes(file);
     if (record.target == ti_target && record.kind == OBJ_COFF)
-        ti_coff = true;
+        file.history.ti_coff = true;
 }
 
 verdict run_steps(candidate& file) {
@@ -374,7 +381,7 @@ verdict run_steps(candidate& file) {
 
 } // namespace
 
-const objinfo* obj_identify(gen_stream* stream, const char* name) {
+const objinfo* obj_identify(obj_history& history, gen_stream* stream, const char* name) {
     const int saved_errno = errno; // a look at what is not there is no error of the file's
     gen_stream_ptr opened;
     if (!stream) {
@@ -384,19 +391,17 @@ const objinfo* obj_identify(gen_stream* stream, const char* name) {
     if (!stream)
         return nullptr;
 
-    int32_t* const caller_sink = elf_get_error_sink();
-    candidate file{*stream, stream->position, name, {}, 0};
-    record.note_flags = 0;
-    record.class_bits = 0;
+    candidate file{history, history.latest, *stream, stream->position, name};
+    file.record.note_flags = 0;
+    file.record.class_bits = 0;
     read_lead(file);
     seek_to(file, 0);
     const verdict result = run_steps(file);
     if (result == RECOGNISED)
         finish(file);
-    elf_set_error_sink(caller_sink);
     seek_to(file, 0);
     errno = saved_errno;
-    return result == RECOGNISED ? &record : nullptr;
+    return result == RECOGNISED ? &history.latest : nullptr;
 }
 
 obj_archive_magic archive_magic_kind(gen_stream* stream, const char* name) {
@@ -427,14 +432,14 @@ obj_archive_magic archive_magic_kind(gen_stream* stream, const char* name) {
     return looks_like_one ? OBJ_MAGIC_IMITATED : OBJ_MAGIC_NONE;
 }
 
-bool obj_is_coff_family(gen_stream* stream, const char* name) {
-    const objinfo* const info = obj_identify(stream, name);
+bool obj_is_coff_family(obj_history& history, gen_stream* stream, const char* name) {
+    const objinfo* const info = obj_identify(history, stream, name);
     return info && (info->kind == OBJ_COFF || info->kind == OBJ_COFF4 || info->kind == OBJ_XCOFF ||
                     info->kind == OBJ_PECOFF);
 }
 
-bool obj_is_known_object(gen_stream* stream, const char* name) {
-    const objinfo* const info = obj_identify(stream, name);
+bool obj_is_known_object(obj_history& history, gen_stream* stream, const char* name) {
+    const objinfo* const info = obj_identify(history, stream, name);
     return info && ((info->kind >= OBJ_AOUT && info->kind <= OBJ_PECOFF) ||
                     info->kind == OBJ_ARCHIVE || info->kind == OBJ_AIXARCHIVE ||
                     info->kind == OBJ_ELFARCHIVE || info->kind == OBJ_ARCHIVE64);

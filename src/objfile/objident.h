@@ -1,8 +1,7 @@
 // What a file is: object format, processor, byte order, class and type, told from its first bytes.
 //
-// There is one record of the result, and identification fills in only what the format at hand has:
-// the other fields keep what the file before left in them. note_flags and class_bits always start
-// from 0.
+// Identification fills in only what the format at hand has: the other fields keep what the file
+// before left in them. note_flags and class_bits always start from 0.
 #pragma once
 
 #include <cstdint>
@@ -72,20 +71,23 @@ enum obj_archive_magic {
     OBJ_MAGIC_DAMAGED = 6 // carriage returns put before the new-lines
 };
 
-// Set for the rest of the run once a TI-style COFF file was identified: from then on COFF section
-// headers are read with 32-bit counts.
-extern bool ti_coff;
+// What the files of a run leave to those that come after them.
+struct obj_history {
+    objinfo latest; // of the file that was identified last
+    // A TI-style COFF file was identified: from then on COFF section headers are read with 32-bit
+    // counts.
+    bool ti_coff = false;
+};
 
 // Identifies the file or archive member at the stream's position, which is kept. `name` may be
 // null; it serves for the test of the extension and in one message. A null stream: `name` is
-// opened. The result is the process-wide record, valid until the next call; null when `name` cannot
-// be opened or a PE file has no PE header. Errors of the ELF layer never reach the user; the flag
-// of a sink that the caller has installed there is 0 afterwards.
-const objinfo* obj_identify(gen_stream* stream, const char* name);
+// opened. The result is the latest of `history`, valid until the next call; null when `name` cannot
+// be opened or a PE file has no PE header. Errors of the ELF layer never reach the user.
+const objinfo* obj_identify(obj_history& history, gen_stream* stream, const char* name);
 
 // The archive magic at the stream's position, which is kept. Reports a damaged one.
 obj_archive_magic archive_magic_kind(gen_stream* stream, const char* name);
 
 // Each identifies first, and is false when identification gives nothing.
-bool obj_is_coff_family(gen_stream* stream, const char* name);
-bool obj_is_known_object(gen_stream* stream, const char* name);
+bool obj_is_coff_family(obj_history& history, gen_stream* stream, const char* name);
+bool obj_is_known_object(obj_history& history, gen_stream* stream, const char* name);

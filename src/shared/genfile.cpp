@@ -9,12 +9,12 @@
 #include <optional>
 #include <string>
 
-#include "shared/genout.h"
+#include "shared/genexit.h"
 #include "shared/host.h"
 
 namespace {
 
-constexpr size_t window_capacity = 64 * 1024; // bytes read ahead
+constexpr uint64_t window_limit = 64 * 1024; // bytes read ahead
 constexpr uint64_t reserve_worth = 512 * 1024;
 constexpr uint64_t reserve_unit = 64 * 1024;
 constexpr int interrupted_tries = 10;
@@ -40,19 +40,17 @@ const char* purpose_of(std::optional<host_access> access) {
     return access == host_access::read || access == host_access::update ? "input" : "output";
 }
 
-// The window of a stream that was closed, for the next one that is opened: memory from the slots is
-// cleared, which would cost more than reading a small file.
-std::unique_ptr<std::byte[]> spare_window;
-
 // Fills the window from `start` on. False at the end of the file or on a failure.
 bool fill_window(gen_stream& stream, uint64_t start) {
-    if (!stream.window)
-        stream.window = std::move(spare_window);
-    if (!stream.window)
-        stream.window = std::make_unique_for_overwrite<std::byte[]>(window_capacity);
+    // Memory from the slots is cleared: no more than the file can fill.
+    if (!stream.window) {
+        stream.window_capacity =
+            static_cast<size_t>(std::clamp<uint64_t>(stream.size, 512, window_limit));
+        stream.window = std::make_unique_for_overwrite<std::byte[]>(stream.window_capacity);
+    }
     stream.window_length = 0;
     const int64_t got =
-        host_read_at(stream.descriptor, stream.window.get(), window_capacity, start);
+        host_read_at(stream.descriptor, stream.window.get(), stream.window_capacity, start);
     if (got < 0)
         stream.read_error = errno;
     if (got == 0)
@@ -62,11 +60,6 @@ bool fill_window(gen_stream& stream, uint64_t start) {
     stream.window_start = start;
     stream.window_length = static_cast<size_t>(got);
     return true;
-}
-
-void keep_window(gen_stream& closing) {
-    if (closing.window)
-        spare_window = std::move(closing.window);
 }
 
 // Bytes of the window at the stream's position and after it.
@@ -178,7 +171,7 @@ gen_stream_ptr gen_open(const char* name, const char* mode) {
 // and once it is there nothing can fail.
 gen_stream_ptr gen_open_part(gen_stream& whole, uint64_t start, uint64_t size) {
     errno = 0;
-    if (size <= window_capacity && !is_in_window(whole, start, size)) {
+    if (size <= window_limit && !is_in_window(whole, start, size)) {
         fill_window(whole, start);
         if (!is_in_window(whole, start, size))
             return nullptr;
@@ -204,7 +197,6 @@ void gen_note_part_failure(gen_stream& part) {
 
 int gen_close(gen_stream_ptr stream) {
     const std::unique_ptr<gen_stream> closing(stream.release());
-    keep_window(*closing);
     return closing->whole ? 0 : host_close(closing->descriptor);
 }
 
@@ -243,7 +235,7 @@ uint64_t gen_read_stream(gen_stream& stream, void* buffer, uint64_t size) {
             got = got < wanted ? got : wanted;
             memcpy(to + done, stream.window.get() + (stream.position - stream.window_start),
                    static_cast<size_t>(got));
-        } else if (wanted >= window_capacity) {
+        } else if (wanted >= window_limit) {
             got = read_directly(stream, to + done, wanted);
             if (got == 0)
                 break;

@@ -25,6 +25,7 @@ struct gen_stream {
     int read_error = 0;  // error number of the last failed read
     uint64_t window_start = 0;
     size_t window_length = 0;
+    size_t window_capacity = 0;
     std::unique_ptr<std::byte[]> window;
 
     // Of a part: the stream that it is a part of, and where in it the part begins.

@@ -11,61 +11,43 @@
 #include <cstring>
 #include <utility>
 
-#include "shared/genout.h"
+#include "shared/genbytes.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
 #include "shared/host.h"
 
-static constexpr uint32_t milliseconds_between_tries = 100;
-static constexpr int32_t second_lock_stale_age = 100; // seconds; it is held for an instant
+namespace {
 
-static void trace(const char* text) {
-    if (gen_event_log_slot)
-        gen_event_log_slot("gen_lockfile", text);
-}
+constexpr uint32_t milliseconds_between_tries = 100;
+constexpr int32_t second_lock_stale_age = 100; // seconds; it is held for an instant
 
-std::string gen_lock_path(std::string path) {
-    if (!path.empty() && (path.back() == '\\' || path.back() == '/' || path.back() == ':'))
-        path.back() = '_';
-    return path + ".lock";
+void trace(const char* text) {
+    if (gen_sink().event_log)
+        gen_sink().event_log("gen_lockfile", text);
 }
 
 // What a lock file holds: process id and length of the machine tag, four bytes each with the lowest
 // first, and the tag.
-static constexpr size_t tag_at = 8;
+constexpr size_t tag_size_at = 4;
+constexpr size_t tag_at = 8;
 
-static const std::string& machine_tag() {
-    static std::string tag;
-    if (tag.empty()) {
-        char text[32];
-        snprintf(text, sizeof text, "Disk%" PRIx64, host_machine_id());
-        tag = text;
-    }
-    return tag;
-}
-
-static void append_number(std::string& content, size_t number) {
-    for (int shift = 0; shift < 32; shift += 8)
-        content += static_cast<char>(number >> shift & 0xFF);
-}
-
-static uint32_t number_at(const char* content) {
-    uint32_t number = 0;
-    for (int byte = 3; byte >= 0; --byte)
-        number = number << 8 | static_cast<unsigned char>(content[byte]);
-    return number;
+std::string machine_tag() {
+    char text[32];
+    snprintf(text, sizeof text, "Disk%" PRIx64, host_machine_id());
+    return text;
 }
 
 // In one write, so that nobody sees a part.
-static bool write_owner(int descriptor) {
-    std::string content;
-    append_number(content, host_process_id());
-    append_number(content, machine_tag().size());
-    content += machine_tag();
+bool write_owner(int descriptor) {
+    const std::string tag = machine_tag();
+    std::string content(tag_at, '\0');
+    std::byte* const words = reinterpret_cast<std::byte*>(content.data());
+    gen_store(words, host_process_id(), false);
+    gen_store(words + tag_size_at, static_cast<uint32_t>(tag.size()), false);
+    content += tag;
     return host_write_at(descriptor, content.data(), content.size(), 0) ==
            static_cast<int64_t>(content.size());
 }
-
-namespace {
 
 // A lock file as somebody else sees it. It is kept open, so that at its removal the host can tell
 // whether the name still means this file.
@@ -85,10 +67,8 @@ struct lock_view {
     }
 };
 
-} // namespace
-
 // Opens the very file that `status` tells of: through a link it would be another.
-static int open_seen(const char* name, const host_status& status) {
+int open_seen(const char* name, const host_status& status) {
     const int descriptor = status.is_regular ? host_open(name, host_access::read) : -1;
     if (descriptor < 0)
         return -1;
@@ -99,22 +79,23 @@ static int open_seen(const char* name, const host_status& status) {
     return -1;
 }
 
-static void read_owner(lock_view& view) {
-    char content[64];
+void read_owner(lock_view& view) {
+    std::byte content[64];
     const int64_t length = host_read_at(view.descriptor, content, sizeof content, 0);
     if (length < static_cast<int64_t>(tag_at))
         return;
-    const uint64_t tag_size = number_at(content + 4);
+    const uint64_t tag_size = gen_load<uint32_t>(content + tag_size_at, false);
     if (tag_size > static_cast<uint64_t>(length) - tag_at)
         return;
     view.has_owner = true;
-    view.owner = number_at(content);
-    view.is_orphan = gen_equal_ignoring_case({content + tag_at, tag_size}, machine_tag()) &&
+    view.owner = gen_load<uint32_t>(content, false);
+    const char* const tag = reinterpret_cast<const char*>(content) + tag_at;
+    view.is_orphan = gen_equal_ignoring_case({tag, tag_size}, machine_tag()) &&
                      !host_process_is_alive(view.owner);
 }
 
 // Whether there is a file to look at.
-static bool look(const char* name, lock_view& view) {
+bool look(const char* name, lock_view& view) {
     const int saved_errno = errno;
     const std::optional<host_status> status = host_status_of_link(name);
     if (!status)
@@ -128,11 +109,11 @@ static bool look(const char* name, lock_view& view) {
     return true;
 }
 
-static bool is_stale(const lock_view& view, int32_t stale_age) {
+bool is_stale(const lock_view& view, int32_t stale_age) {
     return view.is_orphan || (stale_age != gen_lock_never_stale && view.age > stale_age);
 }
 
-static void warn_of_breaking(const lock_view& view, const char* name, int32_t stale_age) {
+void warn_of_breaking(const lock_view& view, const char* name, int32_t stale_age) {
     if (view.has_owner)
         gen_warning("Breaking lock from pid %" PRId32 "%s, on %s. It is %" PRId64 " seconds old.\n",
                     static_cast<int32_t>(view.owner), "", name, view.age);
@@ -142,7 +123,7 @@ static void warn_of_breaking(const lock_view& view, const char* name, int32_t st
 }
 
 // Makes the lock file with our name in it. The reason of a failure is in errno.
-static host_lock_outcome take(const char* name, int& descriptor) {
+host_lock_outcome take(const char* name, int& descriptor) {
     const host_lock_outcome made = host_create_lock(name, descriptor);
     if (made == host_lock_outcome::failed)
         trace("CreateFile failed");
@@ -156,7 +137,7 @@ static host_lock_outcome take(const char* name, int& descriptor) {
 }
 
 // One try, but the file of a process that died with it in its hands does not count.
-static host_lock_outcome take_second_lock(const char* name, int& descriptor) {
+host_lock_outcome take_second_lock(const char* name, int& descriptor) {
     const host_lock_outcome taken = take(name, descriptor);
     if (taken != host_lock_outcome::contended)
         return taken;
@@ -171,7 +152,7 @@ static host_lock_outcome take_second_lock(const char* name, int& descriptor) {
 }
 
 // With the second lock held: nobody else removes the file unless it is its own. Sets `is_gone`.
-static bool remove_seen_again(const char* name, int32_t stale_age, bool& is_gone) {
+bool remove_seen_again(const char* name, int32_t stale_age, bool& is_gone) {
     lock_view view;
     is_gone = !look(name, view);
     if (is_gone || !is_stale(view, stale_age))
@@ -184,7 +165,7 @@ static bool remove_seen_again(const char* name, int32_t stale_age, bool& is_gone
 
 // Removes the lock file if its owner is dead or it is too old. False, with the reason in errno, if
 // it should go but cannot; `is_gone` tells whether another try to make it is worth while.
-static bool remove_stale_lock(const char* name, int32_t stale_age, bool& is_gone) {
+bool remove_stale_lock(const char* name, int32_t stale_age, bool& is_gone) {
     {
         lock_view view;
         is_gone = !look(name, view);
@@ -204,7 +185,7 @@ static bool remove_stale_lock(const char* name, int32_t stale_age, bool& is_gone
 }
 
 // The usual case comes first: where there is no lock file, nobody's can be stale.
-static host_lock_outcome attempt(const char* name, int32_t stale_age, int& descriptor) {
+host_lock_outcome attempt(const char* name, int32_t stale_age, int& descriptor) {
     const host_lock_outcome taken = take(name, descriptor);
     if (taken != host_lock_outcome::contended)
         return taken;
@@ -218,9 +199,17 @@ static host_lock_outcome attempt(const char* name, int32_t stale_age, int& descr
 
 // Whether the lock file is none of this user's, who has names of his own for what he locks: its
 // owner could hold it for ever. So is one that cannot be looked at.
-static bool is_foreign(const char* name) {
+bool is_foreign(const char* name) {
     const std::optional<host_status> status = host_status_of_link(name);
     return !status || !host_is_users_own(*status);
+}
+
+} // namespace
+
+std::string gen_lock_path(std::string path) {
+    if (!path.empty() && (path.back() == '\\' || path.back() == '/' || path.back() == ':'))
+        path.back() = '_';
+    return path + ".lock";
 }
 
 gen_lock_ptr gen_lockfile(const std::string& path, int32_t timeout, int32_t stale_age,

@@ -8,7 +8,7 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-#include "shared/genout.h"
+#include "shared/genexit.h"
 #include "shared/host.h"
 
 namespace {

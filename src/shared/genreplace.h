@@ -18,9 +18,12 @@ struct gen_unfinished_file {
         name = std::move(file_name);
         host_guard_file(name.c_str());
     }
-    void release() { host_release_file(name.c_str()); }
+    void release() {
+        host_release_file(name.c_str());
+        name.clear();
+    }
 
-    std::string name;
+    std::string name; // none while nothing is guarded
 };
 
 // The file that is replaced: behind symbolic links, the one that they lead to. It need not exist.

@@ -9,47 +9,68 @@
 #include "shared/genpath.h"
 #include "shared/host.h"
 
-static constexpr uint32_t counter_limit = 0xFFFFF; // 20 bits: four digits
+namespace {
 
-static std::optional<std::string> user_tmpdir() {
-    return gen_user_tmpdir();
-}
+constexpr uint32_t counter_limit = 0xFFFFF; // 20 bits: four digits
 
-std::optional<std::string> (*gen_tmpdir_hook)() = user_tmpdir;
-
-static const char* last_resort_directory() {
+const char* last_resort_directory() {
     const char* const root = host_paths == host_path_rules::windows ? "\\" : "/tmp";
     return host_usable_directory(root) ? root : ".";
 }
 
-std::optional<std::string> gen_user_tmpdir(const char* suggested) {
-    static std::optional<std::string> known;
-    if (known)
-        return known;
-    for (const char* const variable : {"TMP", "TEMP"}) {
-        const char* const value = std::getenv(variable);
-        if (value != nullptr && host_usable_directory(value)) {
-            known = value;
-            return known;
-        }
-    }
-    if (suggested != nullptr && host_usable_directory(suggested))
-        return suggested;
-    known = last_resort_directory();
-    return known;
-}
-
-static char base32_digit(uint32_t value, int bit_position) {
+char base32_digit(uint32_t value, int bit_position) {
     return "0123456789abcdefghijklmnopqrstuv"[(value >> bit_position) & 31];
 }
 
-static void append_counter(std::string& text, uint32_t counter) {
+void append_counter(std::string& text, uint32_t counter) {
     int position = 15;
     while (position > 0 && counter >> position == 0)
         position -= 5;
     for (; position >= 0; position -= 5)
         text += base32_digit(counter, position);
     text += '.';
+}
+
+uint32_t next_counter(gen_temp_space& space) {
+    uint32_t before = space.counter;
+    while (!space.counter.compare_exchange_weak(before, gen_next_temp_counter(before))) {
+    }
+    return gen_next_temp_counter(before);
+}
+
+// A build system may dictate the stem. Once that name is found taken, the counter replaces it: the
+// value's last component is dropped, its directories stay.
+std::string dictated_stem(gen_temp_space& space, const std::string& directory, const char* value,
+                          bool is_first) {
+    std::string stem = gen_join(directory, value);
+    if (is_first) {
+        if (!stem.ends_with('.'))
+            stem += '.';
+        return stem;
+    }
+    stem.resize(stem.size() - gen_last_component(stem).size());
+    append_counter(stem, next_counter(space));
+    return stem;
+}
+
+} // namespace
+
+std::string gen_tmpdir(gen_temp_space& space) {
+    return space.input_directory ? *space.input_directory : gen_user_tmpdir(space);
+}
+
+std::string gen_user_tmpdir(gen_temp_space& space, const char* suggested) {
+    std::optional<std::string>& known = space.user_directory;
+    if (known)
+        return *known;
+    for (const char* const variable : {"TMP", "TEMP"}) {
+        const char* const value = std::getenv(variable);
+        if (value != nullptr && host_usable_directory(value))
+            return known.emplace(value);
+    }
+    if (suggested != nullptr && host_usable_directory(suggested))
+        return suggested;
+    return known.emplace(last_resort_directory());
 }
 
 std::string gen_temp_stem(uint32_t process_id, uint32_t counter) {
@@ -64,40 +85,15 @@ uint32_t gen_next_temp_counter(uint32_t counter) {
     return counter < counter_limit ? counter + 1 : 1;
 }
 
-static uint32_t next_counter() {
-    static uint32_t counter = 0;
-    counter = gen_next_temp_counter(counter);
-    return counter;
-}
-
-// A build system may dictate the stem. Once that name is found taken, the counter replaces it: the
-// value's last component is dropped, its directories stay.
-static std::string dictated_stem(const std::string& directory, const char* value, bool is_first) {
-    std::string stem = gen_join(directory, value);
-    if (is_first) {
-        if (!stem.ends_with('.'))
-            stem += '.';
-        return stem;
-    }
-    stem.resize(stem.size() - gen_last_component(stem).size());
-    append_counter(stem, next_counter());
-    return stem;
-}
-
-std::vector<std::string> gen_temp_names(const char* directory,
+std::vector<std::string> gen_temp_names(gen_temp_space& space, const std::string& directory,
                                         std::span<const std::string_view> extensions) {
-    std::string where;
-    if (directory != nullptr)
-        where = directory;
-    else if (const std::optional<std::string> answer = gen_tmpdir_hook())
-        where = *answer;
     const char* const dictated = std::getenv("BUILDER_TEMPORARY_NAME");
-
     std::vector<std::string> names;
     for (uint32_t attempt = 0; attempt < counter_limit; ++attempt) {
         const std::string stem =
-            dictated != nullptr ? dictated_stem(where, dictated, attempt == 0)
-                                : gen_join(where, gen_temp_stem(host_process_id(), next_counter()));
+            dictated != nullptr
+                ? dictated_stem(space, directory, dictated, attempt == 0)
+                : gen_join(directory, gen_temp_stem(host_process_id(), next_counter(space)));
         names.clear();
         bool is_free = true;
         for (std::string_view extension : extensions) {
@@ -113,8 +109,9 @@ std::vector<std::string> gen_temp_names(const char* directory,
     return names;
 }
 
-std::optional<std::string> gen_temp_name(const char* directory, std::string_view extension) {
-    std::vector<std::string> names = gen_temp_names(directory, {&extension, 1});
+std::optional<std::string> gen_temp_name(gen_temp_space& space, const std::string& directory,
+                                         std::string_view extension) {
+    std::vector<std::string> names = gen_temp_names(space, directory, {&extension, 1});
     if (names.empty())
         return std::nullopt;
     return std::move(names[0]);

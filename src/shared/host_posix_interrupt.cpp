@@ -10,7 +10,7 @@
 namespace {
 
 constexpr int ending_signals[] = {SIGHUP, SIGINT, SIGTERM};
-constexpr int most_guarded = 4; // more are never unfinished at one time
+constexpr int most_guarded = 64; // more are never unfinished at one time
 
 // Read by the handler at any moment; it takes only what has come to stand here.
 std::atomic<const char*> guarded[most_guarded];
@@ -26,13 +26,10 @@ extern "C" void end_by_signal(int signal_number) {
     std::raise(signal_number);
 }
 
-bool replace(const char* from, const char* to) {
+void replace(const char* from, const char* to) {
     for (std::atomic<const char*>& slot : guarded)
-        if (slot.load() == from) {
-            slot.store(to);
-            return true;
-        }
-    return false;
+        if (const char* expected = from; slot.compare_exchange_strong(expected, to))
+            return;
 }
 
 } // namespace

@@ -102,15 +102,12 @@ static void restore_memory_priority() {
 }
 
 // Read by the handler, in a thread of its own, at any moment.
-static std::atomic<const char*> guarded[4]; // more are never unfinished at one time
+static std::atomic<const char*> guarded[64]; // more are never unfinished at one time
 
-static bool replace_guarded(const char* from, const char* to) {
+static void replace_guarded(const char* from, const char* to) {
     for (std::atomic<const char*>& slot : guarded)
-        if (slot.load() == from) {
-            slot.store(to);
-            return true;
-        }
-    return false;
+        if (const char* expected = from; slot.compare_exchange_strong(expected, to))
+            return;
 }
 
 void host_guard_file(const char* name) {

@@ -8,11 +8,9 @@
 #include <utility>
 
 #include "shared/genmem.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "util/fieldimage.h"
 #include "util/report.h"
-
-bool coff_wide_counts;
 
 namespace {
 
@@ -50,7 +48,7 @@ struct coff_section {
 };
 constexpr size_t s_lnnoptr = 5; // in addresses
 
-coff_form form_of(const objinfo& info) {
+coff_form form_of(const objinfo& info, bool ti_coff, bool& coff_wide_counts) {
     coff_wide_counts = coff_wide_counts || info.target == wide_counts_target;
     return {info.big_endian, info.sym_entry_size, info.kind == wide_kind, coff_wide_counts,
             ti_coff};
@@ -310,8 +308,10 @@ std::optional<uint64_t> strip_in_place(gen_stream& stream, const char* name, con
 
 } // namespace
 
-void coff_strip(gen_stream_ptr stream, const char* name, const objinfo& info) {
-    const std::optional<uint64_t> length = strip_in_place(*stream, name, form_of(info), info);
+void coff_strip(gen_stream_ptr stream, const char* name, const objinfo& info, bool ti_coff,
+                bool& coff_wide_counts) {
+    const coff_form form = form_of(info, ti_coff, coff_wide_counts);
+    const std::optional<uint64_t> length = strip_in_place(*stream, name, form, info);
     gen_safe_fclose(name, "executable", std::move(stream));
     if (length && gen_set_length(name, *length) != 0)
         gen_error("unable to shrink %s", name);

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "debug/dnmfile.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
 #include "shared/host.h"
 
@@ -44,7 +44,8 @@ void update_record(dnm_section& record, const section_plan& plan, const elf_layo
 
 } // namespace
 
-void update_dnm(const elf_image& image, const section_plan& plan, const elf_layout_plan& layout) {
+void update_dnm(gen_temp_space& temp, const elf_image& image, const section_plan& plan,
+                const elf_layout_plan& layout) {
     if (image.elfhead.e_type != ET_EXEC)
         return;
     const std::string name = companion_name(image.name);
@@ -57,5 +58,5 @@ void update_dnm(const elf_image& image, const section_plan& plan, const elf_layo
     }
     for (dnm_section& record : map->sections)
         update_record(record, plan, layout);
-    STDnm_Write(*map); // a failure has been reported; the strip goes on
+    STDnm_Write(*map, temp); // a failure has been reported; the strip goes on
 }

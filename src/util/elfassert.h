@@ -3,7 +3,7 @@
 // code stands have no row.
 #pragma once
 
-#include "shared/genout.h"
+#include "shared/genexit.h"
 
 struct elf_assert_site {
     const char* expression;

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cinttypes>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "util/report.h"
 
 namespace {
@@ -22,31 +22,31 @@ bool read_program_headers(elf_image& image) {
         return report_damage(image.name, "e_phnum 0xFFFF (extended numbering) is not supported");
     // An entry size that is too small is the reader's error, not damage of the table.
     const bool readable =
-        head.e_phentsize == 0 || head.e_phentsize >= elf_program_header_size(image.elfbits);
+        head.e_phentsize == 0 || head.e_phentsize >= elf_program_header_size(image.elf.elfbits);
     if (readable && head.e_phnum != 0 &&
         !holds_table(image, head.e_phoff, head.e_phnum, program_header_stride(image)))
         return report_damage(image.name,
                              "program header table at e_phoff 0x%" PRIx64
                              " with e_phnum %u reaches past the end of the file, 0x%" PRIx64,
                              head.e_phoff, unsigned{head.e_phnum}, image.stream->size);
-    return elf_read_progheaders(*image.stream, image.proghead, head.e_phnum, head.e_phoff,
-                                head.e_phentsize, image.elfbits);
+    return elf_read_progheaders(image.elf, *image.stream, image.proghead, head.e_phnum,
+                                head.e_phoff, head.e_phentsize);
 }
 
 bool read_section_headers(elf_image& image) {
     const elf_file_header& head = image.elfhead;
     if (head.e_shnum == 0)
         return true;
-    if (head.e_shentsize != 0 && head.e_shentsize < elf_section_header_size(image.elfbits))
+    if (head.e_shentsize != 0 && head.e_shentsize < elf_section_header_size(image.elf.elfbits))
         return report_damage(image.name, "e_shentsize %u is below %u", unsigned{head.e_shentsize},
-                             unsigned{elf_section_header_size(image.elfbits)});
+                             unsigned{elf_section_header_size(image.elf.elfbits)});
     if (!holds_table(image, head.e_shoff, head.e_shnum, section_header_stride(image)))
         return report_damage(image.name,
                              "section header table at e_shoff 0x%" PRIx64 " with e_shnum %" PRIu32
                              " reaches past the end of the file, 0x%" PRIx64,
                              head.e_shoff, head.e_shnum, image.stream->size);
-    return elf_read_secheaders(*image.stream, image.sechead, head.e_shnum, head.e_shoff,
-                               head.e_shentsize, image.elfbits);
+    return elf_read_secheaders(image.elf, *image.stream, image.sechead, head.e_shnum, head.e_shoff,
+                               head.e_shentsize);
 }
 
 // Section 0 stands for no section: but for the fields of extended numbering it is all zero.
@@ -70,23 +70,23 @@ bool read_section_names(elf_image& image) {
     const elf_section_header& strings = image.sechead[image.elfhead.e_shstrndx];
     gen_safe_fseek64(image.name, image.stream, static_cast<int64_t>(strings.sh_offset),
                      GEN_SEEK_SET);
-    image.shstrtab = elf_read_bytes(*image.stream, strings.sh_size);
+    image.shstrtab = elf_read_bytes(image.elf, *image.stream, strings.sh_size);
     return true;
 }
 
 } // namespace
 
 uint32_t section_header_stride(const elf_image& image) {
-    return std::max(image.elfhead.e_shentsize, elf_section_header_size(image.elfbits));
+    return std::max(image.elfhead.e_shentsize, elf_section_header_size(image.elf.elfbits));
 }
 
 uint32_t program_header_stride(const elf_image& image) {
-    return std::max(image.elfhead.e_phentsize, elf_program_header_size(image.elfbits));
+    return std::max(image.elfhead.e_phentsize, elf_program_header_size(image.elf.elfbits));
 }
 
 bool read_image(elf_image& image) {
-    image.elfbits = elf_class_of(*image.stream, image.stream->position, nullptr);
-    if (!genelf_readXheader(*image.stream, image.stream->position, image.elfhead, image.elfbits) ||
+    image.elf.elfbits = elf_class_of(*image.stream, image.stream->position, nullptr);
+    if (!genelf_readXheader(image.elf, *image.stream, image.stream->position, image.elfhead) ||
         !read_program_headers(image) || !read_section_headers(image))
         return false;
     if (image.sechead.empty()) {

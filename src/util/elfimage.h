@@ -12,7 +12,7 @@
 struct elf_image {
     const char* name = nullptr; // as the user typed it
     gen_stream* stream = nullptr;
-    int elfbits = 0;
+    elf_access elf;
     elf_file_header elfhead;
     std::vector<elf_program_header> proghead;
     std::vector<elf_section_header> sechead;
@@ -21,7 +21,7 @@ struct elf_image {
 
 // Moved data keeps its offset modulo this.
 inline uint64_t alignment_unit(const elf_image& image) {
-    return static_cast<uint64_t>(image.elfbits) / 8;
+    return static_cast<uint64_t>(image.elf.elfbits) / 8;
 }
 
 // The section's name, a C string inside shstrtab. Valid once names_are_sound.

@@ -50,8 +50,8 @@ void translate_headers(elf_image& image, const strip_plan& decided, const elf_la
         segment.p_offset = translate_offset(layout, plan, segment.p_offset);
 
     // Entries are written in the standard size, whatever they had.
-    head.e_shentsize = std::min(head.e_shentsize, elf_section_header_size(image.elfbits));
-    head.e_phentsize = std::min(head.e_phentsize, elf_program_header_size(image.elfbits));
+    head.e_shentsize = std::min(head.e_shentsize, elf_section_header_size(image.elf.elfbits));
+    head.e_phentsize = std::min(head.e_phentsize, elf_program_header_size(image.elf.elfbits));
 }
 
 std::vector<elf_section_header> kept_headers(const elf_image& image, const section_plan& plan) {
@@ -83,9 +83,9 @@ uint64_t write_new_contents(section_writer& writer, uint32_t index) {
     symbol_plan& symbols = writer.plan.symbols;
     relocation_plan& relocations = writer.plan.relocations;
     if (index == sections.symtab_index)
-        return elf_write_symbols(name, stream, symbols.symbols, writer.image.elfbits);
+        return elf_write_symbols(writer.image.elf, name, stream, symbols.symbols);
     if (index == sections.shndx_index)
-        return write_index_table(name, stream, section, symbols);
+        return write_index_table(name, stream, writer.image, section, symbols);
     if (index == sections.strtab_index)
         return write_string_table(name, stream, writer.image, section, symbols);
     return write_relocations(name, stream, writer.image, symbols, relocations,
@@ -180,11 +180,9 @@ void write_headers(elf_image& image, const strip_plan& plan, const elf_layout_pl
                    const output_file& output) {
     translate_headers(image, plan, layout);
     seek_output(output, 0);
-    genelf_writeXheader(output.name, output.stream, image.elfhead, &image.sechead[0],
-                        image.elfbits);
+    genelf_writeXheader(image.elf, output.name, output.stream, image.elfhead, &image.sechead[0]);
     seek_output(output, image.elfhead.e_shoff);
-    elf_write_secheaders(output.name, output.stream, kept_headers(image, plan.sections),
-                         image.elfbits);
+    elf_write_secheaders(image.elf, output.name, output.stream, kept_headers(image, plan.sections));
     seek_output(output, image.elfhead.e_phoff);
-    elf_write_progheaders(output.name, output.stream, image.proghead, image.elfbits);
+    elf_write_progheaders(image.elf, output.name, output.stream, image.proghead);
 }

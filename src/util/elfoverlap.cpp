@@ -27,7 +27,7 @@ std::vector<claimed_range> claimed_ranges(const elf_image& image, const section_
     const uint64_t program_headers = uint64_t{head.e_phnum} * program_header_stride(image);
     std::vector<claimed_range> ranges;
     ranges.reserve(image.sechead.size() + 3);
-    ranges.push_back(claim(0, elf_file_header_size(image.elfbits), 0, false));
+    ranges.push_back(claim(0, elf_file_header_size(image.elf.elfbits), 0, false));
     ranges.push_back(claim(head.e_shoff, section_headers, 0, false));
     if (head.e_phnum != 0)
         ranges.push_back(claim(head.e_phoff, program_headers, 0, false));

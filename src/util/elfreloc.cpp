@@ -14,16 +14,17 @@ constexpr uint64_t piece_limit = 1024 * 1024; // bytes of entries that are held 
 constexpr uint64_t small_table_limit = 64 * 1024;
 
 uint64_t entry_size(const elf_image& image, const elf_section_header& section) {
-    return (section.sh_type & type_kind_mask) == SHT_RELA ? elf_rela_size(image.elfbits)
-                                                          : elf_rel_size(image.elfbits);
+    return (section.sh_type & type_kind_mask) == SHT_RELA ? elf_rela_size(image.elf.elfbits)
+                                                          : elf_rel_size(image.elf.elfbits);
 }
 
 bool is_exactly_relocation(const elf_section_header& section) {
     return section.sh_type == SHT_REL || section.sh_type == SHT_RELA;
 }
 
-elf_relocation decode(const std::byte* entry, bool has_addend, int elfbits) {
-    return has_addend ? elf_decode_rela(entry, elfbits) : elf_decode_rel(entry, elfbits);
+elf_relocation decode(const elf_image& image, const relocation_table& table,
+                      const std::byte* entry) {
+    return table.has_addend ? elf_decode_rela(image.elf, entry) : elf_decode_rel(image.elf, entry);
 }
 
 // Some entries of a table, in the plan's block.
@@ -45,8 +46,8 @@ void make_room(gen_block& piece, const relocation_table& table) {
 
 // Hands the entries of a table to `look` in pieces, until it answers false.
 template <class routine>
-bool look_at_table(const elf_image& image, relocation_plan& relocations,
-                   const relocation_table& table, routine look) {
+bool look_at_table(elf_image& image, relocation_plan& relocations, const relocation_table& table,
+                   routine look) {
     make_room(relocations.piece, table);
     std::byte* block = relocations.piece.bytes.get();
     const uint64_t most = piece_limit / table.entry_size;
@@ -54,7 +55,7 @@ bool look_at_table(const elf_image& image, relocation_plan& relocations,
                      static_cast<int64_t>(image.sechead[table.section].sh_offset), GEN_SEEK_SET);
     for (uint64_t first = 0; first < table.count; first += most) {
         const uint64_t count = std::min(most, table.count - first);
-        if (!elf_read_into(*image.stream, block, count * table.entry_size) ||
+        if (!elf_read_into(image.elf, *image.stream, block, count * table.entry_size) ||
             !look(relocation_piece{block, first, count}))
             return false;
     }
@@ -67,10 +68,10 @@ struct symbol_field {
     unsigned shift;
 };
 
-symbol_field symbol_field_of(int elfbits) {
-    if (elfbits == 32)
+symbol_field symbol_field_of(const elf_access& elf) {
+    if (!elf.is_64())
         return {4, 8};
-    return {elf_byte_order == ELF_ORDER_BIG ? uint64_t{8} : uint64_t{12}, 0};
+    return {elf.is_big_endian() ? uint64_t{8} : uint64_t{12}, 0};
 }
 
 // Whether a REL entry of this type can be made relative to its section without a change of the
@@ -92,7 +93,7 @@ void scan(const option_flags& flags, const elf_image& image, const relocation_ta
         table.has_addend ? ASSERT_SCAN_RELA_SYMBOL : ASSERT_SCAN_REL_SYMBOL;
     for (uint64_t k = 0; k < piece.count; ++k) {
         const elf_relocation relocation =
-            decode(piece.entries + k * table.entry_size, table.has_addend, image.elfbits);
+            decode(image, table, piece.entries + k * table.entry_size);
         const uint32_t symbol = elf_relocation_symbol(relocation);
         elf_assert(symbol < symbols.usage.size(), site);
         symbols.usage[symbol].referenced = true;
@@ -139,25 +140,23 @@ uint32_t highest_symbol(const relocation_table& table, const relocation_piece& p
     uint32_t highest = 0;
     const std::byte* at = piece.entries + field.at;
     for (uint64_t k = 0; k < piece.count; ++k, at += table.entry_size)
-        highest = std::max(highest, elf_load<uint32_t>(at, big_endian) >> field.shift);
+        highest = std::max(highest, gen_load<uint32_t>(at, big_endian) >> field.shift);
     return highest;
 }
 
 // False after a report of damage.
 bool names_symbols(const elf_image& image, const symbol_plan& symbols,
                    const relocation_table& table, const relocation_piece& piece) {
-    const symbol_field field = symbol_field_of(image.elfbits);
+    const symbol_field field = symbol_field_of(image.elf);
     const size_t symbol_count = symbols.new_index.size();
-    const uint32_t highest = elf_byte_order == ELF_ORDER_BIG
-                                 ? highest_symbol<true>(table, piece, field)
-                                 : highest_symbol<false>(table, piece, field);
+    const uint32_t highest = image.elf.is_big_endian() ? highest_symbol<true>(table, piece, field)
+                                                       : highest_symbol<false>(table, piece, field);
     if (highest < symbol_count)
         return true;
     uint64_t k = 0;
     uint32_t symbol = 0;
     for (; k < piece.count; ++k) {
-        symbol = elf_relocation_symbol(
-            decode(piece.entries + k * table.entry_size, table.has_addend, image.elfbits));
+        symbol = elf_relocation_symbol(decode(image, table, piece.entries + k * table.entry_size));
         if (symbol >= symbol_count)
             break;
     }
@@ -183,10 +182,10 @@ uint64_t renumber(const symbol_plan& symbols, const relocation_table& table,
     std::byte* to = piece.entries;
     std::byte* run = piece.entries; // kept entries from here on are not moved yet
     for (std::byte* from = piece.entries; from != end; from += size) {
-        const uint32_t old = elf_load<uint32_t>(from + field.at, big_endian);
+        const uint32_t old = gen_load<uint32_t>(from + field.at, big_endian);
         const uint32_t index = new_index_of(symbols, old >> field.shift);
         if (index != symbol_gone) {
-            elf_store(from + field.at, index << field.shift | (old & rest_mask), big_endian);
+            gen_store(from + field.at, index << field.shift | (old & rest_mask), big_endian);
             continue;
         }
         to = std::copy(run, from, to);
@@ -197,35 +196,33 @@ uint64_t renumber(const symbol_plan& symbols, const relocation_table& table,
 }
 
 // The same where symbols may have been replaced by their section's.
-uint64_t renumber_and_redirect(const option_flags& flags, const elf_image& image,
+uint64_t renumber_and_redirect(const option_flags& flags, elf_image& image,
                                const symbol_plan& symbols, const relocation_table& table,
                                const relocation_piece& piece) {
     std::byte* to = piece.entries;
     for (uint64_t k = 0; k < piece.count; ++k) {
-        elf_relocation relocation =
-            decode(piece.entries + k * table.entry_size, table.has_addend, image.elfbits);
+        elf_relocation relocation = decode(image, table, piece.entries + k * table.entry_size);
         const uint32_t symbol = elf_relocation_symbol(relocation);
         const uint32_t index = new_index_of(symbols, symbol);
         if (index == symbol_gone)
             continue;
         redirect(relocation, index, symbols.usage[symbol], flags, image, table.has_addend);
         if (table.has_addend)
-            elf_encode_rela(to, relocation, image.elfbits);
+            elf_encode_rela(image.elf, to, relocation);
         else
-            elf_encode_rel(to, relocation, image.elfbits);
+            elf_encode_rel(image.elf, to, relocation);
         to += table.entry_size;
     }
     return static_cast<uint64_t>(to - piece.entries);
 }
 
-uint64_t rewrite_piece(const option_flags& flags, const elf_image& image,
-                       const symbol_plan& symbols, const relocation_table& table,
-                       const relocation_piece& piece) {
+uint64_t rewrite_piece(const option_flags& flags, elf_image& image, const symbol_plan& symbols,
+                       const relocation_table& table, const relocation_piece& piece) {
     if (!symbols.usage.empty())
         return renumber_and_redirect(flags, image, symbols, table, piece);
-    const symbol_field field = symbol_field_of(image.elfbits);
-    return elf_byte_order == ELF_ORDER_BIG ? renumber<true>(symbols, table, piece, field)
-                                           : renumber<false>(symbols, table, piece, field);
+    const symbol_field field = symbol_field_of(image.elf);
+    return image.elf.is_big_endian() ? renumber<true>(symbols, table, piece, field)
+                                     : renumber<false>(symbols, table, piece, field);
 }
 
 } // namespace
@@ -240,7 +237,7 @@ bool relocations_are_rewritten(const elf_image& image, const elf_section_header&
            (is_exactly_relocation(section) || section.sh_entsize == entry_size(image, section));
 }
 
-bool read_relocations(const option_flags& flags, const elf_image& image, const section_plan& plan,
+bool read_relocations(const option_flags& flags, elf_image& image, const section_plan& plan,
                       symbol_plan& symbols, relocation_plan& relocations) {
     relocations.flags = flags;
     if (!symbols.present)
@@ -267,7 +264,7 @@ bool read_relocations(const option_flags& flags, const elf_image& image, const s
     return true;
 }
 
-bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,
+bool relocations_are_sound(elf_image& image, const symbol_plan& symbols,
                            relocation_plan& relocations) {
     if (relocations.flags.secrel_reloc)
         return true; // the scan has asserted it
@@ -283,7 +280,7 @@ bool is_small_table(const relocation_table& table) {
     return table.count * table.entry_size <= small_table_limit;
 }
 
-std::span<const std::byte> rewritten_table(const elf_image& image, const symbol_plan& symbols,
+std::span<const std::byte> rewritten_table(elf_image& image, const symbol_plan& symbols,
                                            relocation_plan& relocations, uint32_t number) {
     const relocation_table& table = relocations.tables[number];
     std::span<const std::byte> rewritten;
@@ -294,7 +291,7 @@ std::span<const std::byte> rewritten_table(const elf_image& image, const symbol_
     return rewritten;
 }
 
-uint64_t write_relocations(const char* name, gen_stream& output, const elf_image& image,
+uint64_t write_relocations(const char* name, gen_stream& output, elf_image& image,
                            const symbol_plan& symbols, relocation_plan& relocations,
                            uint32_t number) {
     const relocation_table& table = relocations.tables[number];

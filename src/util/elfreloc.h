@@ -38,19 +38,19 @@ bool relocations_are_rewritten(const elf_image& image, const elf_section_header&
 // Reads the relocations of the kept sections, when a symbol table is kept. With
 // --convert-to-secrel-reloc it notes in `symbols` which symbols they name and how; a wrong symbol
 // index is then a failed assertion. False after a report of damage.
-bool read_relocations(const option_flags& flags, const elf_image& image, const section_plan& plan,
+bool read_relocations(const option_flags& flags, elf_image& image, const section_plan& plan,
                       symbol_plan& symbols, relocation_plan& relocations);
 
 // Whether every relocation names a symbol that there is. False after a report of damage.
-bool relocations_are_sound(const elf_image& image, const symbol_plan& symbols,
+bool relocations_are_sound(elf_image& image, const symbol_plan& symbols,
                            relocation_plan& relocations);
 
 // The entries of table `number`, renumbered, those left out that name a symbol which is gone. The
 // first routine is for a small table, and its result lasts until the next look at
 // entries; the second writes any table at the stream's position and gives the bytes written.
 bool is_small_table(const relocation_table& table);
-std::span<const std::byte> rewritten_table(const elf_image& image, const symbol_plan& symbols,
+std::span<const std::byte> rewritten_table(elf_image& image, const symbol_plan& symbols,
                                            relocation_plan& relocations, uint32_t number);
-uint64_t write_relocations(const char* name, gen_stream& output, const elf_image& image,
+uint64_t write_relocations(const char* name, gen_stream& output, elf_image& image,
                            const symbol_plan& symbols, relocation_plan& relocations,
                            uint32_t number);

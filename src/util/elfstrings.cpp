@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "shared/genout.h"
+#include "shared/genexit.h"
 #include "util/elfassert.h"
 
 namespace {

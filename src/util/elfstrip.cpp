@@ -10,10 +10,9 @@
 #include <string>
 #include <utility>
 
-#include "shared/genout.h"
+#include "shared/genexit.h"
 #include "shared/genpath.h"
 #include "shared/genreplace.h"
-#include "shared/gentemp.h"
 #include "shared/host.h"
 #include "util/dnmupdate.h"
 #include "util/elfimage.h"
@@ -24,16 +23,9 @@
 
 namespace {
 
-// What the hook answers, nothing if empty. Stays after the file is done: later temporary names of
-// the run follow the most recent ELF input.
-std::string input_directory;
-
-std::optional<std::string> answer_input_directory() {
-    return input_directory.empty() ? std::nullopt : std::optional(input_directory);
-}
-
 struct strip_job {
     const strip_options& options;
+    gen_temp_space& temp;
     const char* name = nullptr;  // as typed, for messages
     std::string input_name = {}; // the file itself
     gen_stream_ptr input = {};
@@ -86,21 +78,17 @@ void empty_debug_section(strip_job& job) {
         job.result = gen_safe_fopen(job.name, "ELF file", "rb+");
         const uint64_t at = image.elfhead.e_shoff + i * section_header_stride(image);
         gen_safe_fseek64(job.name, job.result.get(), static_cast<int64_t>(at), GEN_SEEK_SET);
-        elf_write_secheaders(job.name, *job.result, {&section, 1}, image.elfbits);
+        elf_write_secheaders(image.elf, job.name, *job.result, {&section, 1});
         return;
     }
     gen_warning("failed to find the .debug section in '%s'", job.name);
 }
 
-void install_directory_hook(const strip_job& job) {
-    input_directory = gen_directory_part(job.input_name);
-    gen_tmpdir_hook = answer_input_directory;
-}
-
 void open_result(strip_job& job) {
     job.replaces_input = job.is_part || elf_result_replaces(job.options, job.name);
     if (job.replaces_input) {
-        const std::optional<std::string> temporary = gen_temp_name(nullptr, "tmp");
+        const std::optional<std::string> temporary =
+            gen_temp_name(job.temp, gen_tmpdir(job.temp), "tmp");
         if (!temporary)
             gen_fatal(status_failure, "Unable to open output file %s", job.name);
         job.result_name = *temporary;
@@ -165,11 +153,11 @@ bool plan_changes(const strip_options& options, elf_image& image, strip_plan& pl
 void write_result(strip_job& job, strip_plan& plan) {
     elf_layout_plan layout = order_by_offset(job.image);
     if (plan.symbols.present)
-        prepare_symbol_output(plan.sections, plan.symbols);
+        prepare_symbol_output(job.image, plan.sections, plan.symbols);
     const output_file output = {job.result_name.c_str(), *job.result};
     write_sections(job.image, plan, layout, output);
     if (!job.options.strip_flags.dont_update_dnm)
-        update_dnm(job.image, plan.sections, layout);
+        update_dnm(job.temp, job.image, plan.sections, layout);
     write_headers(job.image, plan, layout, output);
 }
 
@@ -178,7 +166,7 @@ void strip(strip_job& job) {
         return;
     if (job.options.strip_flags.vxworks)
         return empty_debug_section(job);
-    install_directory_hook(job);
+    job.temp.input_directory = gen_directory_part(job.input_name);
     strip_plan plan;
     if (!plan_changes(job.options, job.image, plan))
         return;
@@ -200,17 +188,18 @@ bool elf_result_replaces(const strip_options& options, const char* name) {
            (!options.output_name || same_file_name(*options.output_name, name));
 }
 
-void elf_strip(const strip_options& options, gen_stream_ptr stream, const char* name) {
-    strip_job job = {.options = options};
+void elf_strip(const strip_options& options, gen_temp_space& temp, gen_stream_ptr stream,
+               const char* name) {
+    strip_job job = {.options = options, .temp = temp};
     take_input(job, std::move(stream), name);
     if (find_input(job))
         strip(job);
     finish(job);
 }
 
-bool elf_strip_part(const strip_options& options, gen_stream_ptr stream, const char* name,
-                    uint32_t mode) {
-    strip_job job = {.options = options};
+bool elf_strip_part(const strip_options& options, gen_temp_space& temp, gen_stream_ptr stream,
+                    const char* name, uint32_t mode) {
+    strip_job job = {.options = options, .temp = temp};
     take_input(job, std::move(stream), name);
     job.input_name = name;
     job.input_status.mode = mode;

@@ -1,7 +1,7 @@
 // Reading the symbol table that is kept: every number in it is checked here.
 #include <cinttypes>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "util/elfsymbols.h"
 #include "util/report.h"
 
@@ -9,7 +9,7 @@ namespace {
 
 bool check_symbol_table(const elf_image& image, uint32_t index) {
     const elf_section_header& symtab = image.sechead[index];
-    const uint64_t standard = elf_symbol_size(image.elfbits);
+    const uint64_t standard = elf_symbol_size(image.elf.elfbits);
     if (symtab.sh_link == 0 || symtab.sh_link >= image.sechead.size())
         return report_damage(image.name,
                              "sh_link %" PRIu32 " of symbol table section %" PRIu32
@@ -43,11 +43,12 @@ bool read_symbol_table(elf_image& image, uint32_t symtab_index, symbol_plan& sym
     std::vector<uint32_t> words;
     const std::optional<uint32_t> index_table = find_index_table(image, symtab_index);
     if (index_table && lies_in_file(image, image.sechead[*index_table])) {
-        words = elf_read_shndx(image.name, *image.stream, 0, image.sechead[*index_table]);
+        words =
+            elf_read_shndx(image.elf, image.name, *image.stream, 0, image.sechead[*index_table]);
     }
     std::optional<std::vector<elf_symbol>> table =
-        elf_read_symtab(image.name, *image.stream, 0, image.sechead[symtab_index],
-                        index_table ? &words : nullptr, image.elfbits);
+        elf_read_symtab(image.elf, image.name, *image.stream, 0, image.sechead[symtab_index],
+                        index_table ? &words : nullptr);
     if (!table)
         return report_damage(image.name,
                              "a symbol with st_shndx 0xffff lies behind the end of the extended "
@@ -64,7 +65,7 @@ void read_strings(elf_image& image, uint32_t strtab_index, symbol_plan& symbols)
     if (!are_section_names) {
         gen_safe_fseek64(image.name, image.stream, static_cast<int64_t>(strtab.sh_offset),
                          GEN_SEEK_SET);
-        symbols.strtab = elf_read_bytes(*image.stream, strtab.sh_size);
+        symbols.strtab = elf_read_bytes(image.elf, *image.stream, strtab.sh_size);
     }
     const gen_block& strings = are_section_names ? image.shstrtab : symbols.strtab;
     symbols.strings = prepare_strings(strings.text(), strings.size);
@@ -96,7 +97,7 @@ bool read_symbols(elf_image& image, const section_plan& plan, symbol_plan& symbo
         !symbol_names_are_sound(image, symbols))
         return false;
     // Entries are written in the standard size.
-    image.sechead[plan.symtab_index].sh_entsize = elf_symbol_size(image.elfbits);
+    image.sechead[plan.symtab_index].sh_entsize = elf_symbol_size(image.elf.elfbits);
     symbols.new_index.assign(symbols.symbols.size(), symbol_gone);
     symbols.present = true;
     return true;

@@ -1,25 +1,5 @@
-// Field images: two loops over bytes, and one read and one write.
+// Field images: one read and one write.
 #include "util/fieldimage.h"
-
-#include <algorithm>
-
-uint64_t field_image::get(unsigned width) {
-    uint64_t value = 0;
-    const bool present = at <= bytes.size() && width <= bytes.size() - at;
-    for (unsigned i = 0; i < width && present; ++i)
-        value |= static_cast<uint64_t>(bytes[at + i]) << (8 * (big_endian ? width - 1 - i : i));
-    at += width;
-    return value;
-}
-
-void field_image::put(uint64_t value, unsigned width) {
-    if (at + width > bytes.size())
-        bytes.resize(at + width);
-    for (unsigned i = 0; i < width; ++i)
-        bytes[at + i] = static_cast<std::byte>(value >> (8 * (big_endian ? width - 1 - i : i)));
-    at += width;
-    changed_end = std::max(changed_end, at);
-}
 
 field_image read_field_image(gen_stream& stream, uint64_t at, uint64_t size, bool big_endian) {
     field_image image;

@@ -1,10 +1,12 @@
 // The head of a COFF or PE file in memory: read once, changed field by field, written back once.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "shared/genbytes.h"
 #include "shared/genfile.h"
 
 // Fields are read and written where `at` stands, which moves on. A field that reaches past the end
@@ -16,16 +18,29 @@ struct field_image {
     uint64_t at = 0;
     uint64_t changed_end = 0; // no byte behind this was written
 
-    uint8_t get8() { return static_cast<uint8_t>(get(1)); }
-    uint16_t get16() { return static_cast<uint16_t>(get(2)); }
-    uint32_t get32() { return static_cast<uint32_t>(get(4)); }
-    void put8(uint8_t value) { put(value, 1); }
-    void put16(uint16_t value) { put(value, 2); }
-    void put32(uint32_t value) { put(value, 4); }
+    uint8_t get8() { return get<uint8_t>(); }
+    uint16_t get16() { return get<uint16_t>(); }
+    uint32_t get32() { return get<uint32_t>(); }
+    void put8(uint8_t value) { put(value); }
+    void put16(uint16_t value) { put(value); }
+    void put32(uint32_t value) { put(value); }
 
 private:
-    uint64_t get(unsigned width);
-    void put(uint64_t value, unsigned width);
+    template <class field>
+    field get() {
+        const bool present = at <= bytes.size() && sizeof(field) <= bytes.size() - at;
+        const field value = present ? gen_load<field>(bytes.data() + at, big_endian) : field{0};
+        at += sizeof value;
+        return value;
+    }
+    template <class field>
+    void put(field value) {
+        if (at + sizeof value > bytes.size())
+            bytes.resize(at + sizeof value);
+        gen_store(bytes.data() + at, value, big_endian);
+        at += sizeof value;
+        changed_end = std::max(changed_end, at);
+    }
 };
 
 // Up to `size` bytes at `at`: fewer when the file ends before.

@@ -2,23 +2,15 @@
 #include <cstring>
 #include <utility>
 
-#include "objfile/objident.h"
+#include "shared/genexit.h"
 #include "shared/genfile.h"
-#include "shared/genout.h"
-#include "shared/indgeninit.h"
 #include "util/archstrip.h"
 #include "util/coffstrip.h"
 #include "util/elfstrip.h"
-#include "util/options.h"
 #include "util/pestrip.h"
+#include "util/run.h"
 
 namespace {
-
-// What the run knows.
-struct strip_run {
-    strip_options options;
-    bool file_seen = false; // work was done: a file was opened, or the usage or version asked for
-};
 
 void close_operand(const char* name, gen_stream_ptr stream) {
     gen_safe_fclose(name, "executable", std::move(stream));
@@ -36,7 +28,7 @@ void route(strip_run& run, gen_stream_ptr stream, const char* name, const objinf
     case OBJ_ELF:
         if (known) {
             reconcile_options(run.options);
-            return elf_strip(run.options, std::move(stream), name);
+            return elf_strip(run.options, run.temp, std::move(stream), name);
         }
         gen_error("file %s is not a known ELF type\n", name);
         break;
@@ -48,12 +40,13 @@ void route(strip_run& run, gen_stream_ptr stream, const char* name, const objinf
     case OBJ_ARCHIVE:
     case OBJ_ARCHIVE64:
         close_operand(name, std::move(stream));
-        if (archive_strip(run.options, name) != 0)
+        if (archive_strip(run, name) != 0)
             gen_error("failed to strip file '%s'", name);
         return;
     default:
         if (run.options.forced_kind || (known && (info.kind == OBJ_COFF || info.kind == OBJ_XCOFF)))
-            return coff_strip(std::move(stream), name, info);
+            return coff_strip(std::move(stream), name, info, run.history.ti_coff,
+                              run.coff_wide_counts);
         gen_error("file '%s' is not COFF/ELF", name);
     }
     close_operand(name, std::move(stream));
@@ -62,7 +55,7 @@ void route(strip_run& run, gen_stream_ptr stream, const char* name, const objinf
 void take_file(strip_run& run, const char* name) {
     gen_stream_ptr stream = gen_safe_fopen(name, "executable", "rb+");
     run.file_seen = true;
-    if (const objinfo* info = obj_identify(stream.get(), nullptr)) {
+    if (const objinfo* info = obj_identify(run.history, stream.get(), nullptr)) {
         route(run, std::move(stream), name, *info);
     } else {
         gen_error("file '%s' is not BSD/COFF/ELF", name);
@@ -77,9 +70,10 @@ int main(int argc, char** argv) {
     // only the program path.
     const char* program_path[] = {argc > 0 ? argv[0] : ""};
     int program_path_count = 1;
-    gen_init(program_path[0], program_path_count, program_path, gen_init_options());
-
     strip_run run;
+    gen_use_sink(run.messages);
+    gen_init(run.program, program_path[0], program_path_count, program_path, gen_init_options());
+
     for (int i = 1; i < argc; ++i) {
         if (argv[i][0] == '-')
             take_option(run, argv[i]);
@@ -90,7 +84,7 @@ int main(int argc, char** argv) {
         gen_error("File argument required.");
         print_usage(run.options);
     }
-    if (gen_total_errors != 0)
+    if (run.messages.gen_total_errors != 0)
         gen_exit(status_failure);
     gen_exit_success();
 }

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <span>
 
-#include "shared/genout.h"
+#include "shared/genexit.h"
 #include "util/elfpolicy.h"
 #include "util/version.h"
 
@@ -19,7 +19,7 @@ void set_output_name(strip_options& options, const char* value) {
 }
 
 void set_prefixed_messages(strip_options&) {
-    gen_prefixed_messages = true;
+    gen_sink().gen_prefixed_messages = true;
 }
 
 void set_forced_kind(strip_options& options) {

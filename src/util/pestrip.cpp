@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "util/fieldimage.h"
 
 namespace {

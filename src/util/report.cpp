@@ -4,7 +4,7 @@
 #include <cstdarg>
 
 #include "shared/genmem.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 bool report_damage(const char* name, const char* format, ...) {
     va_list arguments;

@@ -1,7 +1,7 @@
 // What the strippers of all formats report in the same words.
 #pragma once
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 
 // Reports "file '%s' is damaged: %s", the text made from `format`. Returns false, for the caller to
 // hand on.

@@ -1,7 +1,7 @@
 // Debug-name-map files: read, checked and written back, with every message and its level.
 #include "debug/dnmfile.h"
 #include "debug/dnmsanity.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
 #include "support/child.h"
 #include "support/dnm_builder.h"
@@ -17,8 +17,8 @@ void note(uint32_t level, const char* format, va_list arguments) {
 }
 
 struct dnmfile : placed_test {
-    dnmfile() { gen_message_slot = note; }
-    ~dnmfile() override { gen_message_slot = gen_message; }
+    dnmfile() { gen_sink().message = note; }
+    ~dnmfile() override { gen_sink().message = gen_message; }
 
     std::unique_ptr<dnm_map> read(const std::string& bytes) const {
         said.clear();
@@ -44,7 +44,7 @@ TEST_F(dnmfile, every_version_mode_and_encoding_is_written_as_it_was) {
         const std::unique_ptr<dnm_map> map = read(build_dnm(file));
         ASSERT_TRUE(map) << said;
         EXPECT_EQ(map->sections[2].section_indexes[2], version < 30 ? -1 : 2333);
-        ASSERT_EQ(STDnm_Write(*map), 0);
+        ASSERT_EQ(STDnm_Write(*map, temp), 0);
         dnm_file expected = in_written_order(file);
         expected.head["compressed"] = compressed || !filled;
         EXPECT_TRUE(place.get("d/p.dnm") == build_dnm(expected));
@@ -69,7 +69,7 @@ TEST_F(dnmfile, fields_that_are_not_written_as_they_were_read) {
         dnm_file file = sample_dnm(version);
         file.head[field] = value;
         const std::unique_ptr<dnm_map> map = read(build_dnm(file));
-        ASSERT_TRUE(map && STDnm_Write(*map) == 0) << said;
+        ASSERT_TRUE(map && STDnm_Write(*map, temp) == 0) << said;
         file.head[field] = written;
         EXPECT_TRUE(place.get("d/p.dnm") == build_dnm(in_written_order(file))) << field << value;
     }
@@ -170,7 +170,7 @@ TEST_F(dnmfile, whole_map_and_writing) {
     // As if the file were larger than it is: the last table but one does not fit.
     said.clear();
     map->header.tables[34].size = 0x7FFFFFFF;
-    EXPECT_EQ(STDnm_Write(*map), 1);
+    EXPECT_EQ(STDnm_Write(*map, temp), 1);
     EXPECT_EQ(said.find("3 <libst>: offset is too large: 0x80000"), 0u) << said;
     EXPECT_NE(said.find("103 <libst>: failed to write \"" + gen_join("d", "ov_")),
               std::string::npos)

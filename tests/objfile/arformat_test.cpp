@@ -4,9 +4,9 @@
 #include <sstream>
 #include <unistd.h>
 
-#include "objfile/arformat.h"
+#include "objfile/arname.h"
 #include "shared/genmem.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "support/ar_builder.h"
 #include "support/child.h"
 
@@ -29,7 +29,7 @@ drafts named(const std::string& line) {
     return members;
 }
 
-int32_t tell_name(gen_stream*, gen_stream*, const ar_member_context& context) {
+int32_t tell_name(gen_stream&, gen_stream&, const ar_member_context& context) {
     const ar_member& member = *context.member;
     gen_eprintf("%s%s; ", member.name.c_str(), member.slash_terminated ? "/" : "");
     return 0;
@@ -37,27 +37,34 @@ int32_t tell_name(gen_stream*, gen_stream*, const ar_member_context& context) {
 
 // All that is known. Both streams stand at the data; where they are left is no matter. The result
 // is a byte of the data.
-int32_t tell_all(gen_stream* headers, gen_stream* data, const ar_member_context& context) {
-    EXPECT_EQ(headers->position, data->position);
-    gen_eprintf("%s@%" PRIu64, context.display_name.c_str(), data->position);
+int32_t tell_all(gen_stream& headers, gen_stream& data, const ar_member_context& context) {
+    EXPECT_EQ(headers.position, data.position);
+    gen_eprintf("%s@%" PRIu64, context.display_name.c_str(), data.position);
     if (const ar_member* const member = context.member)
         gen_eprintf(" %" PRId64 " %d %d %o %" PRId64, member->date, static_cast<int>(member->uid),
                     static_cast<int>(member->gid), member->mode, member->size);
     gen_eprintf("; ");
-    gen_seek(*data, 1, GEN_SEEK_CUR);
-    gen_seek(*headers, 0, GEN_SEEK_SET);
-    return gen_getc(*data);
+    gen_seek(data, 1, GEN_SEEK_CUR);
+    gen_seek(headers, 0, GEN_SEEK_SET);
+    return gen_getc(data);
 }
 
-void walk(ar_handler handler) {
+void walk(const ar_handler& handler, bool damage_is_fatal, ar_name_table& names) {
+    obj_history history;
     ar_handler_table table;
+    table.ar_damage_is_fatal = damage_is_fatal;
     for (ar_handler& slot : table.by_kind)
         slot = handler;
     table.by_kind[OBJ_IMPORT] = nullptr;
-    table.symbol_index = [](gen_stream*, gen_stream*, const ar_member_context& context) {
+    table.symbol_index = [](gen_stream&, gen_stream&, const ar_member_context& context) {
         return gen_eprintf("%s; ", context.display_name.c_str());
     };
-    gen_eprintf("= %d\n", ar_walk("l", table));
+    gen_eprintf("= %d\n", ar_walk("l", history, names, table));
+}
+
+void walk(const ar_handler& handler, bool damage_is_fatal = true) {
+    ar_name_table names;
+    walk(handler, damage_is_fatal, names);
 }
 
 struct arformat : placed_test {
@@ -65,9 +72,7 @@ struct arformat : placed_test {
     void expect_walk(const std::string& bytes, const std::string& text,
                      ar_handler handler = tell_name) const {
         place.put("l", bytes);
-        ar_damage_is_fatal = false;
-        expect_text([&] { walk(handler); }, text);
-        ar_damage_is_fatal = true;
+        expect_text([&] { walk(handler, false); }, text);
     }
 };
 
@@ -129,10 +134,11 @@ TEST_F(arformat, names) {
     for (const auto& [kind, members, text] : rows)
         expect_walk(build_archive(kind, named(members)), text + "= 0\n");
     const auto body = [&] {
+        ar_name_table names;
         for (const std::string& members :
              {"//" + slashes, "/22|//=" + std::string(4096, 'x') + "|/0"s}) {
             place.put("l", build_archive(OBJ_ARCHIVE, named(members)));
-            walk(tell_name);
+            walk(tell_name, true, names);
         }
     };
     // The table outlives its archive; a name without an end is none.
@@ -140,8 +146,8 @@ TEST_F(arformat, names) {
 }
 
 TEST_F(arformat, the_last_member_that_is_dispatched_decides) {
-    const auto first_digit = [](gen_stream*, gen_stream* data, const ar_member_context&) {
-        return gen_getc(*data) - '0';
+    const auto first_digit = [](gen_stream&, gen_stream& data, const ar_member_context&) {
+        return gen_getc(data) - '0';
     };
     const std::string no_handler = "|import=\0\0\xFF\xFF"s;
     const std::string unknown = "|unknown=MZ" + std::string(100, '\0'); // without a PE header
@@ -185,18 +191,22 @@ TEST_F(arformat, damage_is_told_and_ends_the_archive_or_the_program) {
 }
 
 TEST_F(arformat, failures_of_the_host) {
-    expect_fatal({{[] { ar_walk("none", {}); }, "unable to open input file 'none'"},
-                  {[&] {
-                       const gen_stream_ptr stream = stream_of("!<arch>\n", 8);
-                       close(stream->descriptor);
-                       ar_read_member_header(stream.get(), "l");
-                   },
-                   "error reading archive file 'l'"},
-                  {[&] {
-                       place.put("l", build_archive(OBJ_AIXARCHIVE, {}).substr(0, 67));
-                       walk(tell_name);
-                   },
-                   "failed reading the header of AIX format library 'l'"}});
+    obj_history history;
+    ar_name_table names;
+    expect_fatal(
+        {{[&] { ar_walk("none", history, names, {}); }, "unable to open input file 'none'"},
+         {[&] {
+              const gen_stream_ptr stream = stream_of("!<arch>\n", 8);
+              close(stream->descriptor);
+              ar_reader reader = {"l", *stream, names};
+              ar_read_member_header(reader);
+          },
+          "error reading archive file 'l'"},
+         {[&] {
+              place.put("l", build_archive(OBJ_AIXARCHIVE, {}).substr(0, 67));
+              walk(tell_name);
+          },
+          "failed reading the header of AIX format library 'l'"}});
     place.put("l", build_archive(OBJ_ARCHIVE, named("a/|//=only this is 26 bytes long|b/")));
     const auto body = [] {
         static const auto calloc_slot = gen_calloc_slot;

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "shared/genfile.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "support/child.h"
 #include "support/elf_builder.h"
 

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "shared/genlock.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/host.h"
 #include "support/child.h"
 #include "support/coff_builder.h"
@@ -21,7 +21,6 @@ struct genlock : placed_test {
         const gen_lock_ptr lock = gen_lockfile("p", 0, 0);
         here = place.get("p.lock").substr(4);
     }
-    ~genlock() override { gen_error_count[GEN_WARNING] = 0; }
 
     std::string here; // what a lock file of this machine ends in
 };
@@ -96,7 +95,7 @@ TEST_F(genlock, what_stands_in_the_place_of_a_lock_is_never_followed) {
 
 TEST_F(genlock, failures_are_told_from_waiting) {
     static std::string events;
-    gen_event_log_slot = [](const char* tag, const char* text) {
+    gen_sink().event_log = [](const char* tag, const char* text) {
         events += std::string(tag) == "gen_lockfile" ? std::string(text) + "|" : "";
     };
     std::filesystem::create_directory("dir.lock"); // which cannot be removed at any age
@@ -106,7 +105,7 @@ TEST_F(genlock, failures_are_told_from_waiting) {
     EXPECT_FALSE(gen_lockfile("none/p", -1, 100, &is_hard[1]));
     const gen_lock_ptr lock = gen_lockfile("p", -1, 100, &is_hard[2]);
     EXPECT_FALSE(gen_lockfile("p", 1, 100, &is_hard[3]));
-    gen_event_log_slot = nullptr;
+    gen_sink().event_log = nullptr;
     EXPECT_TRUE(is_hard[0] && is_hard[1] && !is_hard[2] && !is_hard[3]);
     EXPECT_EQ(events, "lock failed|CreateFile failed|lock failed|locked|lock failed|");
 }

@@ -8,8 +8,8 @@
 #include <tuple>
 #include <unistd.h>
 
+#include "shared/genchild.h"
 #include "shared/host.h"
-#include "shared/indgensys.h"
 #include "support/child.h"
 
 namespace {

@@ -5,12 +5,12 @@
 #include <process.h>
 #include <windows.h>
 
-#include "shared/genout.h"
+#include "shared/genchild.h"
+#include "shared/genmessage.h"
+#include "shared/genscratch.h"
+#include "shared/genstart.h"
 #include "shared/gentemp.h"
 #include "shared/host.h"
-#include "shared/inddeletable.h"
-#include "shared/indgeninit.h"
-#include "shared/indgensys.h"
 #include "support/child.h"
 #include "support/dnm_builder.h"
 #include "support/elf_builder.h"
@@ -200,25 +200,21 @@ TEST_F(host_win32, directories_are_listed_owned_and_removed_with_all_in_them) {
     EXPECT_EQ(place.list(), words{});
 }
 
-std::optional<std::string> current_directory() {
-    return ".";
-}
-
-// The roots are kept for the whole run.
 TEST_F(host_win32, scratch_directories_and_stale_locks) {
     const auto body = [&] {
-        gen_tmpdir_hook = current_directory;
-        const std::string root = gen_session_root();
+        temp.input_directory = ".";
+        gen_scratch scratch = {temp};
+        const std::string root = gen_session_root(scratch);
         EXPECT_EQ(root, ".\\ORVSD_" + host_user_name() + "\\");
         const std::string dead = root + "0_dead", lock = root.substr(0, root.size() - 1) + "_.lock";
         place.put(dead + "/f", "", 0444);
         place.put(lock, "");
         host_set_times(lock.c_str(), host_time() - 200);
-        const std::string made = gen_make_session_dir("a", 0777).value_or("");
+        const std::string made = gen_make_session_dir(scratch, "a", 0777).value_or("");
         EXPECT_EQ(made, root + std::to_string(host_process_id()) + "_a_1");
         EXPECT_EQ(place.list(made), words{"dont_delete"});
         EXPECT_FALSE(host_name_taken(lock.c_str()));
-        EXPECT_TRUE(gen_clean_session_dirs());
+        EXPECT_TRUE(gen_clean_session_dirs(scratch));
         EXPECT_EQ(place.list(), words{});
         _exit(HasFailure());
     };

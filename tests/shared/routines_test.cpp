@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include "objfile/elfsym.h"
+#include "shared/genexit.h"
 #include "shared/genfile.h"
 #include "shared/genmem.h"
-#include "shared/genout.h"
 #include "support/child.h"
 #include "util/elfstrings.h"
 #include "util/version.h"
@@ -40,7 +40,7 @@ TEST_F(routines, wrong_requests_are_told) {
     expect_fatal(
         {{[] { gen_str64(nullptr, 1, 'x'); }, "gen_str64(): Buffer to fill is NULL"},
          {[&] { gen_str64(&byte, 1, 'o'); }, "gen_str64(): Unrecognized format character"}});
-    elf_byte_order = ELF_ORDER_BIG;
+    elf_access elf = {.elfbits = 32, .elf_byte_order = ELF_ORDER_BIG};
     std::byte entry[8];
     string_move full, middle = prepare_strings("abc", 4);
     append_string(full, "", UINT32_MAX);
@@ -48,7 +48,7 @@ TEST_F(routines, wrong_requests_are_told) {
     middle.newstrsize = UINT32_MAX - 1;
     expect_fatal({{[] { elf_index_in(0x10000); }, "Invalid section"},
                   {[&] {
-                       elf_encode_rel(entry, {0, uint64_t{1} << 56}, 32);
+                       elf_encode_rel(elf, entry, {0, uint64_t{1} << 56});
                    },
                    "ELF file overflow"},
                   {[&] { append_string(full, "", 1); }, "64-bit value truncated"},

@@ -1,5 +1,5 @@
 // Runs a piece of test code in a child, so that the end of a program can be looked at from
-// outside; gives a test a directory to work in; makes the ELF layer's errors silent and counted.
+// outside; gives a test a directory to work in, and a space for temporary things.
 #pragma once
 
 #include <filesystem>
@@ -9,7 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "objfile/elfio.h"
+#include "shared/genfile.h"
+#include "shared/gentemp.h"
 #include "support/runner.h"
 
 constexpr int child_returned = 200; // the status of a child whose body came to its end
@@ -28,25 +29,14 @@ void expect_text(const std::function<void()>& body, const std::string& text);
 using fatal_case = std::pair<std::function<void()>, const char*>;
 void expect_fatal(const std::vector<fatal_case>& cases);
 
-// A test whose current directory is new and empty. The ELF byte order is unset after it.
+// A test whose current directory is new and empty.
 struct placed_test : testing::Test {
     placed_test() { std::filesystem::current_path(place.directory); }
-    ~placed_test() override {
-        std::filesystem::current_path("/");
-        elf_byte_order = ELF_ORDER_UNSET;
-    }
+    ~placed_test() override { std::filesystem::current_path("/"); }
     // A stream at `position` of the new file "f".
     gen_stream_ptr stream_of(const std::string& bytes, int64_t position = 0) const;
 
     work_place place;
-};
-
-// While it lives, errors of the ELF layer are noted instead of being fatal.
-struct elf_silence {
-    elf_silence() { elf_set_error_sink(&flag); }
-    ~elf_silence() { elf_set_error_sink(nullptr); }
-    uint64_t errors() const { return elf_error_count - start; }
-
-    int32_t flag = 1;
-    uint64_t start = elf_error_count;
+    std::atomic<uint32_t> temp_counter = 0;
+    gen_temp_space temp = {temp_counter};
 };

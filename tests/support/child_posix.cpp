@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "support/child.h"
 
 constexpr unsigned child_seconds = 60; // a child that hangs is ended
@@ -19,6 +19,8 @@ child_end run_child(const std::function<void()>& body) {
         alarm(child_seconds);
         dup2(ends[1], STDERR_FILENO);
         gen_set_program_name("objtrim");
+        static gen_message_sink sink; // nothing was said yet
+        gen_use_sink(sink);
         errno = 0;
         body();
         _exit(child_returned);

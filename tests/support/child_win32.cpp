@@ -8,7 +8,7 @@
 #include <io.h>
 #include <process.h>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "support/child.h"
 #include "support/win32.h"
 
@@ -44,6 +44,8 @@ int next_in_test(int& count, const testing::TestInfo*& of) {
     const int messages = open(task.messages, O_WRONLY | O_CREAT | O_TRUNC | O_TEXT, 0600);
     dup2(messages, fileno(stderr));
     gen_set_program_name("objtrim");
+    static gen_message_sink sink; // nothing was said yet
+    gen_use_sink(sink);
     errno = 0;
     body();
     _exit(child_returned);

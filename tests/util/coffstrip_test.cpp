@@ -100,7 +100,9 @@ struct wide_coffstrip : placed_test {
         const std::string bytes = begin(lines_at + 6, 1) + fields + std::string(24, 'x') + strings;
         info.machine = 0x14C;
         info.sym_entry_size = 18;
-        expect_text([&] { ti_coff = false, coff_strip(stream_of(bytes), "f", info); }, said);
+        bool coff_wide_counts = false;
+        expect_text([&] { coff_strip(stream_of(bytes), "f", info, false, coff_wide_counts); },
+                    said);
         std::string expected = begin(lines_at, 0) + zero;
         expected += pack(false, "44444444", {1, 2, 0x80000000, 3, 4, 0, 5, 6});
         EXPECT_EQ(place.get("f"), expected + bytes.substr(61, lines_at - 61) + strings);

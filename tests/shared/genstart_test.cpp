@@ -4,39 +4,41 @@
 #include <tuple>
 #include <unistd.h>
 
+#include "shared/genchild.h"
 #include "shared/gencmdline.h"
-#include "shared/genout.h"
+#include "shared/geninstall.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
+#include "shared/genstart.h"
 #include "shared/host.h"
-#include "shared/indconfig.h"
-#include "shared/indgeninit.h"
-#include "shared/indgensys.h"
 #include "support/child.h"
 
 namespace {
 
-using indgen = placed_test;
+using genstart = placed_test;
 
 // Started as `path`, a program takes this name and finds this install directory.
 void expect_start(const std::string& path, const std::string& name, const std::string& directory) {
     const auto body = [&] {
         const char* argv[] = {path.c_str(), nullptr};
         int argc = 1;
-        gen_init(argv[0], argc, argv, {GEN_VIEWPATH_OFF});
-        const std::string found = gen_getinstalldir(4).value_or("nothing");
+        gen_program program;
+        gen_init(program, argv[0], argc, argv, {GEN_VIEWPATH_OFF});
+        gen_install_dirs dirs = {program.gen_program_path};
+        const std::string found = gen_getinstalldir(dirs, 4).value_or("nothing");
         fprintf(stderr, "%s %s", gen_program_name(), found.c_str());
     };
     expect_text(body, name + " " + directory);
 }
 
-TEST_F(indgen, name_and_place_come_from_an_absolute_path_or_the_host) {
+TEST_F(genstart, name_and_place_come_from_an_absolute_path_or_the_host) {
     const std::filesystem::path module = test_program();
     expect_start("/x/tool.EXE", "tool", "/x");
     expect_start("/x/a.exe.b", "a.exe.b", "/x");
     expect_start("./tool", module.stem().string(), module.parent_path().string());
 }
 
-TEST_F(indgen, install_directory_follows_the_first_line_beside_the_program) {
+TEST_F(genstart, install_directory_follows_the_first_line_beside_the_program) {
     const std::pair<std::string, std::string> rows[] = {
         {"/opt//x/../../../y/\nnext", std::filesystem::absolute("/y").string()},
         {"rel/dir\r\n", gen_join(place.directory, "rel/dir")},
@@ -51,10 +53,12 @@ TEST_F(indgen, install_directory_follows_the_first_line_beside_the_program) {
     }
 }
 
-TEST_F(indgen, a_directory_that_cannot_be_told_is_warned_of_once) {
+TEST_F(genstart, a_directory_that_cannot_be_told_is_warned_of_once) {
     const auto body = [] {
+        const std::string no_path;
+        gen_install_dirs dirs = {no_path};
         for (int type : {1, 5, 4, 3, 2})
-            EXPECT_FALSE(gen_getinstalldir(type));
+            EXPECT_FALSE(gen_getinstalldir(dirs, type));
         _exit(HasFailure() ? 1 : child_returned);
     };
     const std::string end = " returns NULL\n\tmost likely gen_init() was not called with the "
@@ -66,19 +70,17 @@ TEST_F(indgen, a_directory_that_cannot_be_told_is_warned_of_once) {
 
 // Only the installation as a whole is settled by the first look; parts wait until it is known what
 // kind it is.
-TEST_F(indgen, answers_are_kept_unless_the_installation_is_of_the_other_kind) {
+TEST_F(genstart, answers_are_kept_unless_the_installation_is_of_the_other_kind) {
     for (const bool kestrel : {false, true}) {
         if (kestrel)
             place.put(".rtos_is_kestrel", "");
         const auto body = [&] {
             const std::string path = place.path("tool");
-            int argc = 1;
-            const char* argv[] = {path.c_str(), nullptr};
-            gen_init(argv[0], argc, argv, {});
+            gen_install_dirs dirs = {path};
             for (int round = 0; round < 2; ++round) {
                 for (int type : {4, 2})
                     fprintf(stderr, "%s;",
-                            gen_last_component(gen_getinstalldir(type).value()).data());
+                            gen_last_component(gen_getinstalldir(dirs, type).value()).data());
                 place.put(".redirect_host32", "moved");
             }
         };
@@ -88,7 +90,7 @@ TEST_F(indgen, answers_are_kept_unless_the_installation_is_of_the_other_kind) {
     }
 }
 
-TEST_F(indgen, command_lines_are_split_as_the_loader_and_the_runtime_do) {
+TEST_F(genstart, command_lines_are_split_as_the_loader_and_the_runtime_do) {
     std::filesystem::create_directory("my");
     for (const char* file : {"my tool", "dir/a b.exe"})
         place.put(file, "");

@@ -1,26 +1,16 @@
 // Start-up, step by step in the order that every tool of the tool chain keeps.
-#include "shared/indgeninit.h"
+#include "shared/genstart.h"
 
 #include <cstdlib>
 #include <string_view>
 
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
 #include "shared/host.h"
 
-static std::string program_path;
-static std::string program_name; // messages refer to this very text
-static int network_status;
+namespace {
 
-const std::string& gen_program_path() {
-    return program_path;
-}
-
-int gen_network_status() {
-    return network_status;
-}
-
-static std::string find_program_path(const char* given) {
+std::string find_program_path(const char* given) {
     std::string from_command_line = given != nullptr ? given : "";
     if (gen_is_absolute(from_command_line))
         return from_command_line;
@@ -28,21 +18,21 @@ static std::string find_program_path(const char* given) {
     return module.empty() ? from_command_line : module;
 }
 
-static void name_program(const char* given) {
-    program_path = find_program_path(given);
+void name_program(gen_program& program, const char* given) {
+    program.gen_program_path = find_program_path(given);
     constexpr std::string_view suffix = ".exe";
-    std::string_view name = gen_last_component(program_path);
+    std::string_view name = gen_last_component(program.gen_program_path);
     if (gen_ends_with_ignoring_case(name, suffix))
         name.remove_suffix(suffix.size());
-    program_name = name;
-    gen_set_program_name(program_name.c_str());
+    program.gen_program_name = name;
+    gen_set_program_name(program.gen_program_name.c_str());
 }
 
-static bool is_set(const char* variable) {
+bool is_set(const char* variable) {
     return std::getenv(variable) != nullptr;
 }
 
-static void set_viewpathing(int mode) {
+void set_viewpathing(int mode) {
     if (mode < GEN_VIEWPATH_OFF || mode > GEN_VIEWPATH_FAST) {
         gen_error("Illegal viewpath option passed to gen_viewpathing");
         return;
@@ -59,10 +49,12 @@ static void set_viewpathing(int mode) {
     // The nodes that NVSRPATH names would be read here: no look-up of objtrim goes through them.
 }
 
-void gen_init(const char* given_path, int& /*argc*/, const char** /*argv*/,
+} // namespace
+
+void gen_init(gen_program& program, const char* given_path, int& /*argc*/, const char** /*argv*/,
               const gen_init_options& options) {
-    network_status = host_start();
-    name_program(given_path);
+    program.network_status = host_start();
+    name_program(program, given_path);
     // Switch settings from files, environment and arguments would be taken here: objtrim has none.
     // The event log would be started here: its routine slot stays empty.
     set_viewpathing(options.viewpath_mode);

@@ -1,55 +1,55 @@
 // ELF fields and headers: order, the end of the file, what cannot be read or written, names of
 // sections, and what an error does with and without a sink.
 #include "objfile/elfhead.h"
-#include "objfile/elfio.h"
 #include "support/child.h"
 #include "support/elf_builder.h"
 
 namespace {
 
-using elfio = placed_test;
+using elffield = placed_test;
 
-TEST_F(elfio, fields_in_each_order) {
+TEST_F(elffield, fields_in_each_order) {
     for (bool big : {true, false}) {
-        elf_byte_order = big ? ELF_ORDER_BIG : ELF_ORDER_LITTLE;
+        elf_access elf = {.elf_byte_order = big ? ELF_ORDER_BIG : ELF_ORDER_LITTLE};
         auto const stream = stream_of("");
-        elf_write_u16(*stream, 0x8102);
-        elf_write_u32(*stream, 0x83040506);
-        elf_write_u64(*stream, 0x8708090A0B0C0D0E);
+        elf_write_u16(elf, *stream, 0x8102);
+        elf_write_u32(elf, *stream, 0x83040506);
+        elf_write_u64(elf, *stream, 0x8708090A0B0C0D0E);
         EXPECT_EQ(place.get("f"), big ? "\x81\x02\x83\4\5\6\x87\x08\x09\x0A\x0B\x0C\x0D\x0E"
                                       : "\2\x81\6\5\4\x83\x0E\x0D\x0C\x0B\x0A\x09\x08\x87");
         gen_seek(*stream, 0, GEN_SEEK_SET);
-        EXPECT_EQ(elf_read_u16(*stream), 0x8102);
-        EXPECT_EQ(elf_read_u32(*stream), 0x83040506);
-        EXPECT_EQ(elf_read_u64(*stream), 0x8708090A0B0C0D0E);
+        EXPECT_EQ(elf_read_u16(elf, *stream), 0x8102);
+        EXPECT_EQ(elf_read_u32(elf, *stream), 0x83040506);
+        EXPECT_EQ(elf_read_u64(elf, *stream), 0x8708090A0B0C0D0E);
         gen_seek(*stream, -1, GEN_SEEK_CUR); // bytes past the end are 0xFF, and no error
-        EXPECT_EQ(elf_read_u32(*stream), big ? 0x0EFFFFFF : 0xFFFFFF87);
+        EXPECT_EQ(elf_read_u32(elf, *stream), big ? 0x0EFFFFFF : 0xFFFFFF87);
     }
 }
 
-TEST_F(elfio, errors_are_fatal_without_a_sink_and_counted_with_one) {
+TEST_F(elffield, errors_are_fatal_without_a_sink_and_counted_with_one) {
     auto const stream = stream_of("0123456789");
+    elf_access elf;
     expect_fatal({
-        {[&] { elf_read_u16(*stream); }, "internal, endian not set"},
-        {[] { elf_narrow(0x100000000); }, "ELF file overflow"},
-        {[&] { elf_read_bytes(*stream, UINT64_MAX); }, "read failed, unexpected EOF"},
+        {[&] { elf_read_u16(elf, *stream); }, "internal, endian not set"},
+        {[&] { elf_narrow(elf, 0x100000000); }, "ELF file overflow"},
+        {[&] { elf_read_bytes(elf, *stream, UINT64_MAX); }, "read failed, unexpected EOF"},
     });
-    elf_silence const silence;
-    EXPECT_EQ(elf_read_u64(*stream), 0U);
+    elf.elf_error_sink = true;
+    EXPECT_EQ(elf_read_u64(elf, *stream), 0U);
     EXPECT_EQ(stream->position, 8U); // the bytes are taken all the same
-    elf_write_u16(*stream, 1);
+    elf_write_u16(elf, *stream, 1);
     EXPECT_EQ(place.get("f"), "0123456789");
-    EXPECT_EQ(silence.errors(), 2U);
+    EXPECT_EQ(elf.elf_error_count, 2U);
 }
 
-TEST_F(elfio, a_block_that_the_file_cannot_fill_is_not_allocated) {
-    elf_silence const silence;
+TEST_F(elffield, a_block_that_the_file_cannot_fill_is_not_allocated) {
+    elf_access elf = {.elf_error_sink = true};
     auto const stream = stream_of("0123456789");
-    EXPECT_STREQ(elf_read_bytes(*stream, 4).text(), "0123"); // with a NUL behind it
-    EXPECT_EQ(elf_read_bytes(*stream, 0).size, 0U);
+    EXPECT_STREQ(elf_read_bytes(elf, *stream, 4).text(), "0123"); // with a NUL behind it
+    EXPECT_EQ(elf_read_bytes(elf, *stream, 0).size, 0U);
     for (uint64_t size : {uint64_t{7}, uint64_t{1} << 62, UINT64_MAX})
-        EXPECT_EQ(elf_read_bytes(*stream, size).bytes, nullptr) << size;
-    EXPECT_EQ(silence.errors(), 6U); // a failed read counts twice
+        EXPECT_EQ(elf_read_bytes(elf, *stream, size).bytes, nullptr) << size;
+    EXPECT_EQ(elf.elf_error_count, 6U); // a failed read counts twice
 }
 
 using elfhead = placed_test;
@@ -66,16 +66,17 @@ std::string small_file(const elf_form& form) {
 }
 
 TEST_F(elfhead, what_cannot_be_read_or_written_is_an_error) {
-    elf_silence const silence;
+    elf_access elf = {.elfbits = 64, .elf_error_sink = true};
     elf_file_header head;
     std::string file = small_file(elf_forms[0]);
-    EXPECT_FALSE(genelf_readXheader(*stream_of("\177ELf" + file.substr(4)), 0, head, 64));
+    EXPECT_FALSE(genelf_readXheader(elf, *stream_of("\177ELf" + file.substr(4)), 0, head));
     set_field(file, field::e_shnum, 0);
     set_field(file, field::e_shentsize, elf_section_header_size(64) - 1);
-    EXPECT_FALSE(genelf_readXheader(*stream_of(file), 0, head, 64));
-    EXPECT_FALSE(genelf_writeXheader("f", *stream_of(""), {.e_shnum = 0xFF00}, nullptr, 64));
-    genelf_writeXheader("f", *stream_of(""), {.e_shoff = uint64_t{1} << 32}, nullptr, 32);
-    EXPECT_EQ(silence.errors(), 4U);
+    EXPECT_FALSE(genelf_readXheader(elf, *stream_of(file), 0, head));
+    EXPECT_FALSE(genelf_writeXheader(elf, "f", *stream_of(""), {.e_shnum = 0xFF00}, nullptr));
+    elf.elfbits = 32;
+    genelf_writeXheader(elf, "f", *stream_of(""), {.e_shoff = uint64_t{1} << 32}, nullptr);
+    EXPECT_EQ(elf.elf_error_count, 4U);
 }
 
 TEST_F(elfhead, names_of_sections_end_inside_the_file) {
@@ -86,11 +87,12 @@ TEST_F(elfhead, names_of_sections_end_inside_the_file) {
     // The name of section 1 is the end of the file, and not terminated.
     set_field(file, field::sh_name, file.size() - get_field(file, field::sh_offset, names), 1);
     auto const stream = stream_of(lead + file + ".end");
-    EXPECT_EQ(elf_find_section(*stream, ".dup", base).value().sh_size, 5U);
+    elf_access elf;
+    EXPECT_EQ(elf_find_section(elf, *stream, ".dup", base).value().sh_size, 5U);
     for (const char* absent : {".du", ".dup2", ".end", ".one"})
-        EXPECT_FALSE(elf_find_section(*stream, absent, base)) << absent;
+        EXPECT_FALSE(elf_find_section(elf, *stream, absent, base)) << absent;
     std::vector<elf_section_header> sections;
-    elf_read_secheaders(*stream, sections, 5, base + get_field(file, field::e_shoff), 0, 64);
+    elf_read_secheaders(elf, *stream, sections, 5, base + get_field(file, field::e_shoff), 0);
     EXPECT_EQ(elf_read_section_name(*stream, 4, sections, 2, base), ".dup");
     EXPECT_FALSE(elf_read_section_name(*stream, 4, sections, 1, base));
     EXPECT_FALSE(elf_read_section_name(*stream, 5, sections, 1, base));

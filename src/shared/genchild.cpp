@@ -1,5 +1,5 @@
 // Child processes: whether a program is there, and running it.
-#include "shared/indgensys.h"
+#include "shared/genchild.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -10,12 +10,16 @@
 #include "shared/genpath.h"
 #include "shared/host.h"
 
-static int can_exec(const std::string& name) {
+namespace {
+
+int can_exec(const std::string& name) {
     const std::optional<host_status> status = host_status_of(name.c_str());
     if (!status)
         return -1;
     return status->is_directory ? 0 : 1;
 }
+
+} // namespace
 
 int gen_can_exec(const char* path) {
     if (path == nullptr || *path == '\0')

@@ -1,50 +1,33 @@
 // Install directories, looked up once and kept. A small text file beside the program may redirect
 // all of them: that is how one set of tools serves several installations.
-#include "shared/indconfig.h"
+#include "shared/geninstall.h"
 
 #include <string_view>
 
 #include "shared/genfile.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
 #include "shared/host.h"
-#include "shared/indgeninit.h"
 
-static constexpr int first_type = 2;
-static constexpr int last_type = 4; // the installation as a whole; the others depend on it
+namespace {
 
-static void warn_of_missing_directory(const char* routine, bool& warned) {
+void warn_of_missing_directory(const gen_install_dirs& dirs, const char* routine, bool& warned) {
     if (warned)
         return;
     warned = true;
-    const std::string& path = gen_program_path();
     gen_warning("%s(): for %s returns NULL\n"
                 "\tmost likely gen_init() was not called with the correct argv[0] value",
-                routine, path.empty() ? "(null)" : path.c_str());
+                routine, dirs.program_path.empty() ? "(null)" : dirs.program_path.c_str());
 }
 
-std::optional<std::string> gen_getprogdir() {
-    static std::optional<std::string> known;
-    static bool warned;
-    if (known)
-        return known;
-    const std::string_view directory = gen_directory_part(gen_program_path());
-    if (directory.empty()) {
-        warn_of_missing_directory("gen_getprogdir", warned);
-        return std::nullopt;
-    }
-    known = directory;
-    return known;
-}
-
-static bool is_file(const std::string& name) {
+bool is_file(const std::string& name) {
     const std::optional<host_status> status = host_status_of(name.c_str());
     return status && status->is_regular;
 }
 
 // The first line of a short text file, as far as a file name can be long; nothing when the file
 // cannot be read. The file may come from a host that ends lines in a carriage return, too.
-static std::optional<std::string> read_first_line(const std::string& name) {
+std::optional<std::string> read_first_line(const std::string& name) {
     if (!is_file(name))
         return std::nullopt;
     const gen_stream_ptr stream = gen_open(name.c_str(), "rb");
@@ -62,7 +45,7 @@ static std::optional<std::string> read_first_line(const std::string& name) {
     return std::string(text);
 }
 
-static std::optional<std::string> redirected(const std::string& line, const std::string& progdir) {
+std::optional<std::string> redirected(const std::string& line, const std::string& progdir) {
     if (line.empty())
         return line;
     if (line[0] == '~' && (line.size() == 1 || gen_is_separator(line[1]))) {
@@ -76,45 +59,51 @@ static std::optional<std::string> redirected(const std::string& line, const std:
     return gen_join(progdir, line);
 }
 
-static bool is_kestrel_installation() {
-    static std::optional<bool> known;
-    if (!known) {
-        const std::optional<std::string> directory = gen_getinstalldir(last_type);
-        known = directory && is_file(gen_join(*directory, ".rtos_is_kestrel"));
+bool is_kestrel_installation(gen_install_dirs& dirs) {
+    if (!dirs.is_kestrel) {
+        const std::optional<std::string> directory = gen_getinstalldir(dirs, GEN_INSTALL_WHOLE);
+        dirs.is_kestrel = directory && is_file(gen_join(*directory, ".rtos_is_kestrel"));
     }
-    return *known;
+    return *dirs.is_kestrel;
 }
 
 // `keep` tells whether the answer holds for the rest of the run.
-static std::optional<std::string> find_installdir(int type, bool& keep) {
+std::optional<std::string> find_installdir(gen_install_dirs& dirs, int type, bool& keep) {
     keep = true;
-    std::optional<std::string> progdir = gen_getprogdir();
+    std::optional<std::string> progdir = gen_getprogdir(dirs);
     if (!progdir)
         return std::nullopt;
     const std::optional<std::string> line = read_first_line(gen_join(*progdir, ".redirect_host32"));
     if (line)
         return redirected(*line, *progdir);
-    keep = type == last_type || !is_kestrel_installation();
+    keep = type == GEN_INSTALL_WHOLE || !is_kestrel_installation(dirs);
     return progdir;
 }
 
-std::optional<std::string> gen_getinstalldir(int type) {
-    static bool warned_of_type;
-    static bool warned_of_directory;
-    static std::optional<std::string> known[last_type - first_type + 1];
-    if (type < first_type || type > last_type) {
-        if (!warned_of_type)
+} // namespace
+
+std::optional<std::string> gen_getprogdir(gen_install_dirs& dirs) {
+    const std::string_view directory = gen_directory_part(dirs.program_path);
+    if (!directory.empty())
+        return std::string(directory);
+    warn_of_missing_directory(dirs, "gen_getprogdir", dirs.warned_of_program);
+    return std::nullopt;
+}
+
+std::optional<std::string> gen_getinstalldir(gen_install_dirs& dirs, int type) {
+    if (type < GEN_INSTALL_TOOLS || type > GEN_INSTALL_WHOLE) {
+        if (!dirs.warned_of_type)
             gen_warning("gen_getinstalldir(): Unsupported install type");
-        warned_of_type = true;
+        dirs.warned_of_type = true;
         return std::nullopt;
     }
-    std::optional<std::string>& entry = known[type - first_type];
+    std::optional<std::string>& entry = dirs.known[type - GEN_INSTALL_TOOLS];
     if (entry)
         return entry;
     bool keep = false;
-    std::optional<std::string> found = find_installdir(type, keep);
+    std::optional<std::string> found = find_installdir(dirs, type, keep);
     if (!found)
-        warn_of_missing_directory("gen_getinstalldir", warned_of_directory);
+        warn_of_missing_directory(dirs, "gen_getinstalldir", dirs.warned_of_directory);
     else if (keep)
         entry = found;
     return found;

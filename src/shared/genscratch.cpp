@@ -2,7 +2,7 @@
 //
 // The root lies in a directory where everyone may write. So it is used only if it is the user's
 // own, and nothing in it is followed: entries are judged and removed by what they are themselves.
-#include "shared/inddeletable.h"
+#include "shared/genscratch.h"
 
 #include <cerrno>
 #include <charconv>
@@ -10,42 +10,27 @@
 #include <vector>
 
 #include "shared/genlock.h"
-#include "shared/genout.h"
+#include "shared/genmessage.h"
 #include "shared/genpath.h"
-#include "shared/gentemp.h"
 #include "shared/host.h"
 
-static constexpr int32_t stale_lock_age = 100;    // seconds
-static constexpr int32_t clean_lock_timeout = 30; // seconds
-static constexpr uint32_t root_mode = 0755;       // a root that others can write to is refused
+namespace {
 
-static const std::string& user_name() {
+constexpr int32_t stale_lock_age = 100;    // seconds
+constexpr int32_t clean_lock_timeout = 30; // seconds
+constexpr uint32_t root_mode = 0755;       // a root that others can write to is refused
+
+std::string user_name() {
     constexpr size_t longest = 256;
-    static const std::string name = host_user_name().substr(0, longest);
-    return name;
+    return host_user_name().substr(0, longest);
 }
 
-static std::string root_of(const std::string& name) {
-    return gen_join(gen_tmpdir_hook().value_or(""), name) + host_separator;
-}
-
-const std::string& gen_session_root() {
-    static const std::string root = root_of("ORVSD_" + user_name());
-    return root;
-}
-
-// Not local to its routine: the first use may come long after a handler of the program's end was
-// registered that uses it again.
-static std::optional<std::string> data_root;
-
-const std::string& gen_session_data_root() {
-    if (!data_root)
-        data_root = root_of("ORVSessionData_" + host_network_name() + "_" + user_name());
-    return *data_root;
+std::string root_of(gen_scratch& scratch, const std::string& name) {
+    return gen_join(gen_tmpdir(scratch.temp), name) + host_separator;
 }
 
 // Makes the root, or finds one that nobody else can have prepared for us.
-static bool have_root(const std::string& root) {
+bool have_root(const std::string& root) {
     if (host_make_directory(root.c_str(), root_mode) == 0)
         return true;
     if (errno != EEXIST)
@@ -57,7 +42,7 @@ static bool have_root(const std::string& root) {
 }
 
 // The marker of a directory. It is made anew unless it is there already.
-static void put_marker(const std::string& directory) {
+void put_marker(const std::string& directory) {
     const std::string marker = gen_join(directory, "dont_delete");
     const int file = host_open(marker.c_str(), host_access::create_exclusive_update);
     if (file >= 0)
@@ -66,10 +51,10 @@ static void put_marker(const std::string& directory) {
         host_set_times(marker.c_str(), host_time());
 }
 
-static std::optional<std::string> make_numbered(const std::string& prefix, uint32_t mode) {
-    static int32_t counter = 0;
+std::optional<std::string> make_numbered(gen_scratch& scratch, const std::string& prefix,
+                                         uint32_t mode) {
     for (;;) {
-        const std::string path = prefix + std::to_string(++counter);
+        const std::string path = prefix + std::to_string(++scratch.counter);
         if (host_make_directory(path.c_str(), mode) == 0) {
             put_marker(path);
             return path;
@@ -84,39 +69,19 @@ static std::optional<std::string> make_numbered(const std::string& prefix, uint3
     }
 }
 
-std::optional<std::string> gen_make_session_dir(const char* name, uint32_t mode) {
-    const int saved_errno = errno;
-    const std::string& root = gen_session_root();
-    const gen_lock_ptr lock = gen_lockfile(root, gen_lock_wait_for_ever, stale_lock_age);
-    if (!lock || !have_root(root))
-        return std::nullopt;
-    std::string prefix = root + std::to_string(static_cast<int32_t>(host_process_id())) + "_";
-    if (name != nullptr)
-        prefix.append(name).append("_");
-    std::optional<std::string> path = make_numbered(prefix, mode);
-    if (path)
-        errno = saved_errno;
-    return path;
-}
-
-bool gen_clean_session_dirs() {
-    return gen_clean_deletable_dir(gen_session_root()) &&
-           gen_clean_deletable_dir(gen_session_data_root());
-}
-
 // The process id that a text up to its first "_" says; 0, which no process has, for anything else.
-static uint32_t leading_process_id(std::string_view text) {
+uint32_t leading_process_id(std::string_view text) {
     text = text.substr(0, text.find('_'));
     uint32_t id = 0;
     const std::from_chars_result read = std::from_chars(text.data(), text.data() + text.size(), id);
     return read.ec == std::errc() ? id : 0;
 }
 
-static bool is_someone_elses(uint32_t id) {
+bool is_someone_elses(uint32_t id) {
     return id != host_process_id() && host_process_is_alive(id);
 }
 
-static bool is_deletable(std::string_view entry) {
+bool is_deletable(std::string_view entry) {
     constexpr std::string_view process_prefix = "PID_";
     if (entry.starts_with("DATA_PID_"))
         return false;
@@ -126,7 +91,7 @@ static bool is_deletable(std::string_view entry) {
 }
 
 // Whether another process that still lives works in the directory.
-static bool is_claimed(const std::string& directory) {
+bool is_claimed(const std::string& directory) {
     constexpr std::string_view claim = "ALTERNATE_PID_";
     const std::optional<std::vector<std::string>> names = host_list_directory(directory.c_str());
     if (!names)
@@ -138,14 +103,14 @@ static bool is_claimed(const std::string& directory) {
     return false;
 }
 
-static void clean_directory(const std::string& path) {
+void clean_directory(const std::string& path) {
     const gen_lock_ptr lock = gen_lockfile(path, clean_lock_timeout, stale_lock_age);
     if (lock && !is_claimed(path))
         host_remove_tree(path.c_str());
 }
 
 // Files first: among them may be the locks of directories that a cleaner left behind as it died.
-static bool clean_entries(const std::string& root, const std::vector<std::string>& entries) {
+bool clean_entries(const std::string& root, const std::vector<std::string>& entries) {
     bool all_removed = true;
     std::vector<std::string> directories;
     for (const std::string& entry : entries) {
@@ -161,6 +126,42 @@ static bool clean_entries(const std::string& root, const std::vector<std::string
     for (const std::string& path : directories)
         clean_directory(path);
     return all_removed;
+}
+
+} // namespace
+
+const std::string& gen_session_root(gen_scratch& scratch) {
+    if (!scratch.session_root)
+        scratch.session_root = root_of(scratch, "ORVSD_" + user_name());
+    return *scratch.session_root;
+}
+
+const std::string& gen_session_data_root(gen_scratch& scratch) {
+    if (!scratch.session_data_root)
+        scratch.session_data_root =
+            root_of(scratch, "ORVSessionData_" + host_network_name() + "_" + user_name());
+    return *scratch.session_data_root;
+}
+
+std::optional<std::string> gen_make_session_dir(gen_scratch& scratch, const char* name,
+                                                uint32_t mode) {
+    const int saved_errno = errno;
+    const std::string& root = gen_session_root(scratch);
+    const gen_lock_ptr lock = gen_lockfile(root, gen_lock_wait_for_ever, stale_lock_age);
+    if (!lock || !have_root(root))
+        return std::nullopt;
+    std::string prefix = root + std::to_string(static_cast<int32_t>(host_process_id())) + "_";
+    if (name != nullptr)
+        prefix.append(name).append("_");
+    std::optional<std::string> path = make_numbered(scratch, prefix, mode);
+    if (path)
+        errno = saved_errno;
+    return path;
+}
+
+bool gen_clean_session_dirs(gen_scratch& scratch) {
+    return gen_clean_deletable_dir(gen_session_root(scratch)) &&
+           gen_clean_deletable_dir(gen_session_data_root(scratch));
 }
 
 bool gen_clean_deletable_dir(const std::string& root) {

@@ -7,33 +7,30 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "shared/genscratch.h"
 #include "shared/gentemp.h"
 #include "shared/host.h"
-#include "shared/inddeletable.h"
 #include "support/child.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-std::optional<std::string> current_directory() {
-    return "";
-}
-
-struct inddeletable : placed_test {
+struct genscratch : placed_test {
+    genscratch() { temp.input_directory = ""; }
     // The case, which works below the current directory, ends well and has said the text.
     static void expect_said(const std::string& text, const std::function<void()>& body) {
         const auto checked = [&] {
-            gen_tmpdir_hook = current_directory;
             body();
             _exit(HasFailure());
         };
         EXPECT_EQ(run_child(checked), child_end(0, text));
     }
+    gen_scratch scratch = {temp};
     std::string root = "ORVSD_" + host_user_name();
 };
 
-TEST_F(inddeletable, directories_are_numbered_and_marked_and_cleaned) {
+TEST_F(genscratch, directories_are_numbered_and_marked_and_cleaned) {
     place.put(root + "_.lock", "");
     host_set_times((root + "_.lock").c_str(), host_time() - 200);
     expect_said("objtrim: warning: Breaking lock on " + root +
@@ -43,29 +40,29 @@ TEST_F(inddeletable, directories_are_numbered_and_marked_and_cleaned) {
                     fs::create_directories(mine + "a_2");
                     umask(020);
                     errno = 77;
-                    EXPECT_EQ(gen_make_session_dir("a", 0777), mine + "a_1");
+                    EXPECT_EQ(gen_make_session_dir(scratch, "a", 0777), mine + "a_1");
                     EXPECT_EQ(place.list(), words{root}); // the lock was taken and given back
-                    gen_tmpdir_hook = nullptr;            // is not asked again
-                    EXPECT_EQ(gen_make_session_dir("a", 0777), mine + "a_3");
-                    EXPECT_EQ(gen_make_session_dir(nullptr, 0700), mine + "4");
+                    temp.input_directory = "none/";       // is not asked for again
+                    EXPECT_EQ(gen_make_session_dir(scratch, "a", 0777), mine + "a_3");
+                    EXPECT_EQ(gen_make_session_dir(scratch, nullptr, 0700), mine + "4");
                     EXPECT_EQ(errno, 77);
                     EXPECT_EQ(place.list(mine + "a_1"), words{"dont_delete"});
                     EXPECT_EQ(place.state(mine + "a_1").mode, 0757u);
-                    gen_tmpdir_hook = current_directory;
+                    temp.input_directory = "";
                     place.put(mine + "a_5", ""); // which is no directory
                     testing::internal::CaptureStderr();
-                    EXPECT_FALSE(gen_make_session_dir("a", 0777));
+                    EXPECT_FALSE(gen_make_session_dir(scratch, "a", 0777));
                     EXPECT_EQ(testing::internal::GetCapturedStderr(),
                               "objtrim: error: Internal error: Temporary directory '" + mine +
                                   "a_5' could not be created\n");
-                    EXPECT_TRUE(gen_clean_session_dirs());
+                    EXPECT_TRUE(gen_clean_session_dirs(scratch));
                     EXPECT_EQ(place.list(), words());
-                    gen_make_session_dir("a", 0777);
+                    gen_make_session_dir(scratch, "a", 0777);
                     EXPECT_EQ(place.state(root).mode, 0755u);
                 });
 }
 
-TEST_F(inddeletable, a_root_that_others_prepared_is_not_used) {
+TEST_F(genscratch, a_root_that_others_prepared_is_not_used) {
     fs::create_directories("other/0_x");
     const std::function<bool()> plants[] = {
         [&] { return symlink("other", root.c_str()) == 0; },
@@ -78,16 +75,17 @@ TEST_F(inddeletable, a_root_that_others_prepared_is_not_used) {
     };
     for (const std::function<bool()>& plant : plants) {
         if (plant())
-            expect_said("objtrim: error: Internal error: Could not find ORV user directory.\n", [] {
-                EXPECT_FALSE(gen_make_session_dir("a", 0777));
-                EXPECT_TRUE(gen_clean_session_dirs());
-            });
+            expect_said("objtrim: error: Internal error: Could not find ORV user directory.\n",
+                        [&] {
+                            EXPECT_FALSE(gen_make_session_dir(scratch, "a", 0777));
+                            EXPECT_TRUE(gen_clean_session_dirs(scratch));
+                        });
         EXPECT_TRUE(fs::exists("other/0_x") && host_name_taken(root.c_str()));
         fs::remove(root);
     }
 }
 
-TEST_F(inddeletable, only_what_belongs_to_the_dead_is_removed) {
+TEST_F(genscratch, only_what_belongs_to_the_dead_is_removed) {
     const std::string live = std::to_string(getpid()); // the parent of who cleans
     std::string deep = "0_deep";                       // deeper than removal goes
     for (int depth = 0; depth < 300; ++depth)
@@ -104,8 +102,8 @@ TEST_F(inddeletable, only_what_belongs_to_the_dead_is_removed) {
         }
     fs::create_directory_symlink("../other", root + "/0_link");
     fs::create_directory_symlink("../../other", root + "/0_d/link");
-    expect_said("", [] {
-        EXPECT_TRUE(gen_clean_session_dirs());
+    expect_said("", [&] {
+        EXPECT_TRUE(gen_clean_session_dirs(scratch));
         EXPECT_FALSE(gen_clean_deletable_dir("") || gen_clean_deletable_dir("/"));
     });
     EXPECT_EQ(place.list(root).size(), kept.size());

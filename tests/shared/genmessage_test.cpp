@@ -4,8 +4,8 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "shared/genexit.h"
 #include "shared/genmem.h"
-#include "shared/genout.h"
 #include "support/child.h"
 
 namespace {
@@ -13,11 +13,11 @@ namespace {
 void say(uint32_t level, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    gen_message_slot(level, format, arguments);
+    gen_sink().message(level, format, arguments);
     va_end(arguments);
 }
 
-TEST(genout, levels_have_words_in_both_styles_and_are_counted) {
+TEST(genmessage, levels_have_words_in_both_styles_and_are_counted) {
     // Behind the text: the counters of the levels, of all errors, and the error number left behind
     // (21, "Is a directory", unless the text says it).
     static const struct {
@@ -37,13 +37,13 @@ TEST(genout, levels_have_words_in_both_styles_and_are_counted) {
     for (auto const& row : rows)
         for (bool prefixed : {false, true}) {
             auto const body = [&] {
-                gen_prefixed_messages = prefixed;
+                gen_sink().gen_prefixed_messages = prefixed;
                 errno = EISDIR;
                 say(row.level, "n %d", 7);
                 int const error = errno;
-                for (uint32_t count : gen_error_count)
+                for (uint32_t count : gen_sink().gen_error_count)
                     fprintf(stderr, "%u", count);
-                fprintf(stderr, " %u %d", gen_total_errors, error);
+                fprintf(stderr, " %u %d", gen_sink().gen_total_errors, error);
             };
             expect_text(body, std::string(prefixed ? row.prefixed : row.plain) + row.rest);
         }
@@ -60,10 +60,10 @@ void expect_endings(std::initializer_list<ending> endings) {
         EXPECT_EQ(run_child(body), child_end(status, text));
 }
 
-TEST(genout, a_message_is_one_whole_line_behind_earlier_output) {
+TEST(genmessage, a_message_is_one_whole_line_behind_earlier_output) {
     static std::string const longer(9000, 'x');
     auto const log_and_say = [] {
-        gen_event_log_slot = [](const char* tag, const char* text) {
+        gen_sink().event_log = [](const char* tag, const char* text) {
             fprintf(stderr, "[%s %zu]", tag, strlen(text));
         };
         gen_error("%s", longer.c_str());
@@ -85,11 +85,11 @@ TEST(genout, a_message_is_one_whole_line_behind_earlier_output) {
     });
 }
 
-TEST(genout, fatal_ends_and_failed_assertions) {
+TEST(genmessage, fatal_ends_and_failed_assertions) {
     auto const exhaust = [] { // in its own words whatever the style, uncounted, without memory
-        gen_prefixed_messages = true;
+        gen_sink().gen_prefixed_messages = true;
         gen_calloc_slot = [](uint64_t, uint64_t) -> void* { _exit(60); };
-        gen_exit_slot = [](int status) { _exit(gen_total_errors == 0 ? status : 61); };
+        gen_sink().exit = [](int status) { _exit(gen_sink().gen_total_errors == 0 ? status : 61); };
         gen_out_of_memory(UINT64_MAX - 0x10);
     };
     expect_endings({
@@ -105,16 +105,17 @@ TEST(genout, fatal_ends_and_failed_assertions) {
     });
 }
 
-TEST(genout, exit_again_from_a_handler_ends_at_once_and_frees_nothing) {
+TEST(genmessage, exit_again_from_a_handler_ends_at_once_and_frees_nothing) {
     static char* kept;
     auto const body = [] {
         kept = gen_asprintf("%s", "still here, in a block of memory");
-        atexit([] { fputs("the second handler", stderr); });
-        atexit([] {
+        const gen_exit_handler first([] { fputs("the second handler", stderr); });
+        const gen_exit_handler second([] {
             gen_free_slot(kept);
             fputs(kept, stderr);
             gen_exit(6);
         });
+        gen_exit_handler([] { fputs("gone before the end", stderr); });
         gen_exit(5);
     };
     EXPECT_EQ(run_child(body), child_end(6, "still here, in a block of memory"));
