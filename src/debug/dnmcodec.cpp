@@ -36,16 +36,9 @@ uint64_t get_groups(dnm_reader& reader, unsigned width, unsigned& bits, uint8_t&
     return reader.failed ? 0 : value;
 }
 
-unsigned address_width(dnm_address_mode mode) {
-    switch (mode) {
-    case DNM_ADDRESS_32:
-        return 4;
-    case DNM_ADDRESS_64:
-        return 8;
-    default:
-        return 2;
-    }
-}
+// By mode: the byte that tells it, and how many bytes an address has behind its bank.
+constexpr uint8_t address_encodings[] = {2, 66, 4, 8};
+constexpr uint8_t address_widths[] = {2, 2, 4, 8};
 
 } // namespace
 
@@ -146,18 +139,17 @@ void dnm_writer::string(const std::string& field) {
 void dnm_reader::address(dnm_address& field) {
     if (coding.address_mode == DNM_ADDRESS_BANKED)
         number(field.bank);
-    field.value = fixed(address_width(coding.address_mode));
+    fixed(field.value, address_widths[coding.address_mode]);
 }
 
 void dnm_writer::address(const dnm_address& field) {
     if (coding.address_mode == DNM_ADDRESS_BANKED)
         number(field.bank);
-    fixed(field.value, address_width(coding.address_mode));
+    fixed(field.value, address_widths[coding.address_mode]);
 }
 
 uint8_t dnm_address_encoding(dnm_address_mode mode) {
-    constexpr uint8_t encodings[] = {2, 66, 4, 8};
-    return encodings[mode];
+    return address_encodings[mode];
 }
 
 dnm_address_mode dnm_mode_from_encoding(uint8_t encoding) {

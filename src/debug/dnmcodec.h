@@ -38,8 +38,8 @@ struct dnm_reader {
     dnm_coding coding;
     bool failed = false;
 
-    void u8(uint8_t& field) { field = static_cast<uint8_t>(fixed(1)); }
-    void u32(uint32_t& field) { field = static_cast<uint32_t>(fixed(4)); }
+    void u8(uint8_t& field) { fixed(field, 1); }
+    void u32(uint32_t& field) { fixed(field, 4); }
     void number(uint32_t& field) { field = static_cast<uint32_t>(variable(32)); }
     void long_number(uint64_t& field) { field = variable(64); }
     void signed_number(int32_t& field);
@@ -47,6 +47,10 @@ struct dnm_reader {
     void index_pair(int32_t& first, int32_t& second);
     void string(std::string& field);
     void address(dnm_address& field);
+    template <class integer>
+    void fixed(integer& field, unsigned width) {
+        field = static_cast<integer>(fixed(width));
+    }
     uint64_t fixed(unsigned width);    // bytes
     uint64_t variable(unsigned width); // bits; fixed in a file that is not compressed
 };

@@ -13,10 +13,27 @@
 #include "shared/gentemp.h"
 
 constexpr uint32_t dnm_magic = 0x7F4F5256; // 7F "ORV"
-constexpr uint32_t dnm_table_count = 36;
-constexpr uint32_t dnm_sections_table = 1;
-constexpr uint32_t dnm_sections_by_address_table = 29; // read from version 30 on
-constexpr uint32_t dnm_max_tables = 76; // that a header may list; those from 36 on are dropped
+// The rest of the prologue: its version, the kind of file, descriptors, the level of extension.
+constexpr uint32_t dnm_newest_prologue = 1, dnm_map_kind = 3;
+constexpr uint8_t dnm_no_descriptors = 0, dnm_no_extension = 0, dnm_newest_extension = 2;
+
+// What the tables of the directory are, by index.
+// clang-format off
+enum dnm_table_id : uint8_t {
+    DNM_STRINGS = 0, DNM_SECTIONS = 1, DNM_DLO_FILES = 2, DNM_FILES = 3, DNM_FILES_BY_BASE_NAME = 4,
+    DNM_FILES_BY_REL_NAME = 5, DNM_FILES_BY_FULL_NAME = 6, DNM_LABELS = 7, DNM_LABELS_BY_ADR = 8,
+    DNM_LABELS_BY_USE_NAME = 9, DNM_LABELS_BY_MANGLED_NAME = 10, DNM_LABELS_BY_LINK_NAME = 11,
+    DNM_TYPES = 12, DNM_TYPES_BY_MANGLED_NAME = 13, DNM_LIBRARIES = 14, DNM_UPDATES = 15,
+    DNM_STATIC_LABELS = 16, DNM_DLO_FILES_BY_OFFSET = 17, DNM_DLO_FILE_UPDATE_LINKS = 18,
+    DNM_LABEL_UPDATE_LINKS = 19, DNM_LINKED_AGAINSTS = 20, DNM_LABELS_BY_AGAINST_ADR = 21,
+    DNM_LABELS_BY_REG = 22, DNM_LABELS_BY_REG_PLUS_OFFSET = 23, DNM_STUBS = 24,
+    DNM_STUBS_BY_LINK_NAME = 25, DNM_STUBS_BY_ADR = 26, DNM_UNQUALIFIED_MEMBERS = 27,
+    DNM_TYPES_BY_USE_NAME = 28, DNM_SECTIONS_BY_ADR = 29, DNM_ATTRIBUTES = 30,
+    DNM_HASH_DEFINE_HASHES = 31, DNM_HASH_DEFINES = 32, DNM_CPP_TYPES_BY_REV_USE_NAME = 33,
+    DNM_TRACE_REGIONS = 34, DNM_HEADER_SYMBOLS = 35, DNM_TABLE_COUNT = 36
+};
+// clang-format on
+constexpr uint32_t dnm_max_tables = 76; // that a header may list; those without a name are dropped
 
 // The versions in which the format changed, as far as it is decoded.
 constexpr int32_t dnm_oldest_version = 10;
@@ -67,7 +84,7 @@ struct dnm_header {
     uint8_t reserved_q = 0;
     uint32_t word_5 = UINT32_MAX;
     uint32_t word_6 = UINT32_MAX;
-    std::vector<dnm_table> tables; // as listed; 36 when written
+    std::vector<dnm_table> tables; // as listed; DNM_TABLE_COUNT when written
 };
 
 // A record of the "Sections" table. The three section indexes are section numbers of the
@@ -108,12 +125,3 @@ std::unique_ptr<dnm_map> STDnm_Read(const char* name);
 // Writes the map back under its own name, by way of a temporary file. 0, or 1 after a report; the
 // old file is gone then.
 int STDnm_Write(dnm_map& map, gen_temp_space& temp);
-
-// A family of tables, read in one step: a failure reports its position.
-struct dnm_family {
-    int position;
-    std::vector<uint8_t> tables;
-};
-// In the order in which tables are read and written. The last one is only written: its position is
-// 0.
-const std::vector<dnm_family>& dnm_families();

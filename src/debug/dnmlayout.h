@@ -2,7 +2,50 @@
 // dnm_reader or dnm_writer. A field that a version does not have is passed over.
 #pragma once
 
+#include <initializer_list>
+
 #include "debug/dnmfile.h"
+
+// The steps of reading, by the positions that failures report.
+// clang-format off
+enum dnm_position : int {
+    DNM_NO_STEP = 0, DNM_READ_PROLOGUE = 1, DNM_READ_HEADER = 2, DNM_READ_STRINGS = 6,
+    DNM_READ_SECTIONS = 7, DNM_READ_DLO_FILES = 8, DNM_READ_FILES = 9, DNM_READ_LABELS = 10,
+    DNM_READ_TYPES = 11, DNM_READ_MEMBERS = 12, DNM_READ_LIBRARIES = 13, DNM_READ_UPDATES = 14,
+    DNM_READ_AGAINSTS = 15, DNM_READ_STUBS = 16, DNM_READ_ATTRIBUTES = 17, DNM_READ_DEFINES = 18,
+    DNM_READ_REGIONS = 19, DNM_READ_SYMBOLS = 20, DNM_READ_CHECK = 30
+};
+// clang-format on
+
+// A family of tables, read in one step.
+struct dnm_family {
+    dnm_position position;
+    std::initializer_list<dnm_table_id> tables;
+};
+
+// In the order in which tables are read and written. The last one is only written.
+inline constexpr dnm_family dnm_families[] = {
+    {DNM_READ_STRINGS, {DNM_STRINGS}},
+    {DNM_READ_SECTIONS, {DNM_SECTIONS, DNM_SECTIONS_BY_ADR}},
+    {DNM_READ_DLO_FILES, {DNM_DLO_FILES, DNM_DLO_FILES_BY_OFFSET, DNM_DLO_FILE_UPDATE_LINKS}},
+    {DNM_READ_FILES,
+     {DNM_FILES, DNM_FILES_BY_BASE_NAME, DNM_FILES_BY_REL_NAME, DNM_FILES_BY_FULL_NAME}},
+    {DNM_READ_LABELS,
+     {DNM_LABELS, DNM_LABELS_BY_ADR, DNM_LABELS_BY_USE_NAME, DNM_LABELS_BY_MANGLED_NAME,
+      DNM_LABELS_BY_LINK_NAME, DNM_STATIC_LABELS, DNM_LABEL_UPDATE_LINKS, DNM_LABELS_BY_AGAINST_ADR,
+      DNM_LABELS_BY_REG, DNM_LABELS_BY_REG_PLUS_OFFSET}},
+    {DNM_READ_TYPES, {DNM_TYPES, DNM_TYPES_BY_MANGLED_NAME, DNM_TYPES_BY_USE_NAME}},
+    {DNM_READ_MEMBERS, {DNM_UNQUALIFIED_MEMBERS}},
+    {DNM_READ_LIBRARIES, {DNM_LIBRARIES}},
+    {DNM_READ_UPDATES, {DNM_UPDATES}},
+    {DNM_READ_AGAINSTS, {DNM_LINKED_AGAINSTS}},
+    {DNM_READ_STUBS, {DNM_STUBS, DNM_STUBS_BY_ADR, DNM_STUBS_BY_LINK_NAME}},
+    {DNM_READ_ATTRIBUTES, {DNM_ATTRIBUTES}},
+    {DNM_READ_DEFINES, {DNM_HASH_DEFINE_HASHES, DNM_HASH_DEFINES}},
+    {DNM_READ_REGIONS, {DNM_TRACE_REGIONS}},
+    {DNM_READ_SYMBOLS, {DNM_HEADER_SYMBOLS}},
+    {DNM_NO_STEP, {DNM_CPP_TYPES_BY_REV_USE_NAME}},
+};
 
 // Everything of the header between the version and the table directory.
 template <class fields, class header>
@@ -102,33 +145,12 @@ inline void dnm_layout_address_units(dnm_writer& f, const dnm_header& h) {
 }
 
 // An offset in the executable: 4 bytes before version 40.
-inline void dnm_layout_file_offset(dnm_reader& f, int32_t version, uint64_t& offset) {
-    if (version >= 40)
-        f.long_number(offset);
-    else
-        offset = f.fixed(4);
-}
-
-inline void dnm_layout_file_offset(dnm_writer& f, int32_t version, uint64_t offset) {
+template <class fields, class integer>
+void dnm_layout_file_offset(fields& f, int32_t version, integer& offset) {
     if (version >= 40)
         f.long_number(offset);
     else
         f.fixed(offset, 4);
-}
-
-// The flags: one byte before version 30.
-inline void dnm_layout_section_flags(dnm_reader& f, int32_t version, uint32_t& flags) {
-    if (version >= 30)
-        f.number(flags);
-    else
-        flags = static_cast<uint32_t>(f.fixed(1));
-}
-
-inline void dnm_layout_section_flags(dnm_writer& f, int32_t version, uint32_t flags) {
-    if (version >= 30)
-        f.number(flags);
-    else
-        f.fixed(flags, 1);
 }
 
 // A record of the "Sections" table.
@@ -144,9 +166,12 @@ void dnm_layout_section(fields& f, int32_t version, section& s) {
         f.signed_number(s.section_indexes[0]);
         f.signed_number(s.section_indexes[1]);
     }
-    if (version >= 30)
+    if (version >= 30) {
         f.signed_number(s.section_indexes[2]);
-    dnm_layout_section_flags(f, version, s.flags);
+        f.number(s.flags);
+    } else {
+        f.fixed(s.flags, 1);
+    }
     if (version >= 34) {
         dnm_layout_file_offset(f, version, s.second_file_offset);
         f.u32(s.section_word);

@@ -7,32 +7,7 @@
 #include "debug/dnmsanity.h"
 #include "shared/genmessage.h"
 
-const std::vector<dnm_family>& dnm_families() {
-    static const std::vector<dnm_family> families = {
-        {6, {0}},
-        {7, {1, 29}},
-        {8, {2, 17, 18}},
-        {9, {3, 4, 5, 6}},
-        {10, {7, 8, 9, 10, 11, 16, 19, 21, 22, 23}},
-        {11, {12, 13, 28}},
-        {12, {27}},
-        {13, {14}},
-        {14, {15}},
-        {15, {20}},
-        {16, {24, 26, 25}},
-        {17, {30}},
-        {18, {31, 32}},
-        {19, {34}},
-        {20, {35}},
-        {0, {33}},
-    };
-    return families;
-}
-
 namespace {
-
-// The steps of reading, by the positions that failures report.
-enum read_position { READ_DONE = 0, READ_PROLOGUE = 1, READ_HEADER = 2, READ_CHECK = 30 };
 
 bool read_prologue(dnm_reader& reader, dnm_map& map) {
     uint32_t found_magic = 0;
@@ -51,16 +26,16 @@ bool read_prologue(dnm_reader& reader, dnm_map& map) {
     reader.u8(descriptors);
     reader.u8(extension_level);
     reader.u8(reserved);
-    if (reader.failed || found_magic != dnm_magic || version > 1)
+    if (reader.failed || found_magic != dnm_magic || version > dnm_newest_prologue)
         return false;
     map.compressed = compressed != 0;
     reader.coding.compressed = map.compressed;
     reader.coding.address_mode = dnm_mode_from_encoding(encoding);
-    if (descriptors != 0) {
+    if (descriptors != dnm_no_descriptors) {
         gen_error("GFile desciptors not supported");
         return false;
     }
-    return extension_level <= 2 && reserved == 0;
+    return extension_level <= dnm_newest_extension && reserved == 0;
 }
 
 // Judged as soon as it is read: what follows differs by version.
@@ -137,7 +112,7 @@ bool read_header(dnm_reader& reader, dnm_map& map) {
 // A table has the bytes from its offset to the next table's, or to the end of the file. What a
 // table of no entries says of its place means nothing.
 void find_extents(dnm_map& map) {
-    map.header.tables.resize(dnm_table_count);
+    map.header.tables.resize(DNM_TABLE_COUNT);
     std::vector<uint64_t> starts;
     for (dnm_table& table : map.header.tables) {
         table.start = static_cast<uint64_t>(table.offset);
@@ -156,7 +131,7 @@ void find_extents(dnm_map& map) {
 }
 
 bool read_sections(dnm_reader& reader, dnm_map& map) {
-    const dnm_table& table = map.header.tables[dnm_sections_table];
+    const dnm_table& table = map.header.tables[DNM_SECTIONS];
     if (gen_seek(*map.input, static_cast<int64_t>(table.start), GEN_SEEK_SET) != 0)
         return false;
     reader.end = table.start + table.size;
@@ -176,43 +151,43 @@ bool read_sections(dnm_reader& reader, dnm_map& map) {
 }
 
 // Loads "Sections"; of the others it makes sure that they lie in the file.
-bool read_table(dnm_reader& reader, dnm_map& map, uint8_t index) {
+bool read_table(dnm_reader& reader, dnm_map& map, dnm_table_id index) {
     const dnm_table& table = map.header.tables[index];
-    if (index == dnm_sections_by_address_table && map.header.version < 30)
+    if (index == DNM_SECTIONS_BY_ADR && map.header.version < 30)
         return true;
     map.held[index].loaded = true;
     if (table.max == 0)
         return true;
     if (table.start >= map.input->size)
         return false;
-    if (index == dnm_sections_table && !read_sections(reader, map))
+    if (index == DNM_SECTIONS && !read_sections(reader, map))
         return false;
     map.held[index].entries =
-        index == dnm_sections_table ? static_cast<int32_t>(map.sections.size()) : table.max;
+        index == DNM_SECTIONS ? static_cast<int32_t>(map.sections.size()) : table.max;
     return true;
 }
 
-// The position of the step that failed, or READ_DONE.
-int read_map(dnm_map& map) {
+// The position of the step that failed, or DNM_NO_STEP.
+dnm_position read_map(dnm_map& map) {
     map.input = gen_open(map.name.c_str(), "rb");
     if (!map.input)
-        return READ_PROLOGUE;
+        return DNM_READ_PROLOGUE;
     dnm_reader reader = {map.input.get(), map.input->size, {}};
     if (!read_prologue(reader, map))
-        return READ_PROLOGUE;
+        return DNM_READ_PROLOGUE;
     if (!read_header(reader, map))
-        return READ_HEADER;
+        return DNM_READ_HEADER;
     find_extents(map);
-    map.held.resize(dnm_table_count);
-    for (const dnm_family& family : dnm_families())
-        for (uint8_t index : family.tables)
-            if (family.position != 0 && !read_table(reader, map, index))
+    map.held.resize(DNM_TABLE_COUNT);
+    for (const dnm_family& family : dnm_families)
+        for (dnm_table_id index : family.tables)
+            if (family.position != DNM_NO_STEP && !read_table(reader, map, index))
                 return family.position;
     if (STDnm_CheckSanity(map) != 0) {
         dnm_note_corruption(map);
-        return READ_CHECK;
+        return DNM_READ_CHECK;
     }
-    return READ_DONE;
+    return DNM_NO_STEP;
 }
 
 } // namespace
@@ -221,8 +196,8 @@ std::unique_ptr<dnm_map> STDnm_Read(const char* name) {
     std::unique_ptr<dnm_map> map = std::make_unique<dnm_map>();
     map->name = name;
     errno = 0;
-    const int position = read_map(*map);
-    if (position == READ_DONE)
+    const dnm_position position = read_map(*map);
+    if (position == DNM_NO_STEP)
         return map;
     const int reason = errno;
     gen_error("<libst>: failed while reading \"%s\" (pos %d, errno %d)", name, position, reason);

@@ -10,68 +10,42 @@ namespace {
 
 // A header value and the range that it has to lie in.
 struct range_rule {
-    int64_t (*value)(const dnm_header& header);
-    int64_t lowest;
-    int64_t highest;
-    const char* complaint; // with the value as %d
-};
-
-constexpr range_rule range_rules[] = {
-    {[](const dnm_header& h) -> int64_t { return h.version; }, 10, 94,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid dnm version (%d)"},
-    {[](const dnm_header& h) -> int64_t { return h.address_mode; }, 0, 3,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid address mode (%d)"},
-    {[](const dnm_header& h) -> int64_t { return h.endian_flag; }, 0, 1,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid endian flag (%d)"},
-    {[](const dnm_header& h) -> int64_t { return h.object_module_format; }, 0, 3,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid object module format (%d)"},
-    {[](const dnm_header& h) -> int64_t { return h.object_module_type; }, 0, 3,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid object module type (%d)"},
-    {[](const dnm_header& h) -> int64_t { return h.bytes_per_text_unit; }, 1, 32,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid bytes per text address unit (%d)"},
-    {[](const dnm_header& h) -> int64_t { return h.bytes_per_data_unit; }, 1, 32,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid bytes per data address unit (%d)"},
-    {[](const dnm_header& h) -> int64_t { return h.abi_style; }, 0, 7,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid C++ ABI style (%d)"},
-    {[](const dnm_header& h) -> int64_t { return h.mangle_style; }, 0, 6,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid C++ mangle style (%d)"},
-    {[](const dnm_header& h) -> int64_t { return h.encoding_type; }, 0, 1,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid encodingType (%d)"},
-    {[](const dnm_header& h) { return static_cast<int64_t>(h.tables.size()); }, 0, dnm_max_tables,
-     "<libst>: [STDnm_CheckHeadSanity] Invalid numTables (%d)"},
+    int64_t value, lowest, highest;
+    const char* name;
 };
 
 // An index table holds no more entries than the table that it indexes.
 struct index_rule {
-    uint8_t index_table;
-    uint8_t base_table;
+    dnm_table_id index_table, base_table;
     const char* index_name;
     const char* base_name;
 };
 
 constexpr index_rule index_rules[] = {
-    {4, 3, "SourceFileByBaseNames", "SourceFiles"},
-    {5, 3, "SourceFileByRelNames", "SourceFiles"},
-    {6, 3, "SourceFileByFullNames", "SourceFiles"},
-    {17, 2, "DloFileByOffsets", "DloFiles"},
-    {18, 2, "DloFileUpdateLinks", "DloFiles"},
-    {8, 7, "LinkLabelByAdrs", "LinkLabel"},
-    {9, 7, "LinkLabelByUseNames", "LinkLabel"},
-    {10, 7, "LinkLabelByMangledNames", "LinkLabel"},
-    {11, 7, "LinkLabelByLinkNames", "LinkLabel"},
-    {16, 7, "LinkLabelByStaticIDbgSyms", "LinkLabel"},
-    {19, 7, "LinkLabelUpdateLinks", "LinkLabel"},
-    {21, 7, "LinkLabelByAdrAgainsts", "LinkLabel"},
-    {22, 7, "LinkLabelByRegs", "LinkLabel"},
-    {23, 7, "LinkLabelByRegPlusOffsets", "LinkLabel"},
-    {13, 12, "TypeByMangledNames", "Types"},
-    {28, 12, "TypeByUseNames", "Types"},
-    {33, 12, "CppTypesByRevUseName", "Types"},
-    {29, 1, "SectionByAdr", "Section"},
-    {25, 24, "LinkageStubByLinkNames", "LinkageStubs"},
-    {26, 24, "LinkageStubByAdrs", "LinkageStubs"},
+    {DNM_FILES_BY_BASE_NAME, DNM_FILES, "SourceFileByBaseNames", "SourceFiles"},
+    {DNM_FILES_BY_REL_NAME, DNM_FILES, "SourceFileByRelNames", "SourceFiles"},
+    {DNM_FILES_BY_FULL_NAME, DNM_FILES, "SourceFileByFullNames", "SourceFiles"},
+    {DNM_DLO_FILES_BY_OFFSET, DNM_DLO_FILES, "DloFileByOffsets", "DloFiles"},
+    {DNM_DLO_FILE_UPDATE_LINKS, DNM_DLO_FILES, "DloFileUpdateLinks", "DloFiles"},
+    {DNM_LABELS_BY_ADR, DNM_LABELS, "LinkLabelByAdrs", "LinkLabel"},
+    {DNM_LABELS_BY_USE_NAME, DNM_LABELS, "LinkLabelByUseNames", "LinkLabel"},
+    {DNM_LABELS_BY_MANGLED_NAME, DNM_LABELS, "LinkLabelByMangledNames", "LinkLabel"},
+    {DNM_LABELS_BY_LINK_NAME, DNM_LABELS, "LinkLabelByLinkNames", "LinkLabel"},
+    {DNM_STATIC_LABELS, DNM_LABELS, "LinkLabelByStaticIDbgSyms", "LinkLabel"},
+    {DNM_LABEL_UPDATE_LINKS, DNM_LABELS, "LinkLabelUpdateLinks", "LinkLabel"},
+    {DNM_LABELS_BY_AGAINST_ADR, DNM_LABELS, "LinkLabelByAdrAgainsts", "LinkLabel"},
+    {DNM_LABELS_BY_REG, DNM_LABELS, "LinkLabelByRegs", "LinkLabel"},
+    {DNM_LABELS_BY_REG_PLUS_OFFSET, DNM_LABELS, "LinkLabelByRegPlusOffsets", "LinkLabel"},
+    {DNM_TYPES_BY_MANGLED_NAME, DNM_TYPES, "TypeByMangledNames", "Types"},
+    {DNM_TYPES_BY_USE_NAME, DNM_TYPES, "TypeByUseNames", "Types"},
+    {DNM_CPP_TYPES_BY_REV_USE_NAME, DNM_TYPES, "CppTypesByRevUseName", "Types"},
+    {DNM_SECTIONS_BY_ADR, DNM_SECTIONS, "SectionByAdr", "Section"},
+    {DNM_STUBS_BY_LINK_NAME, DNM_STUBS, "LinkageStubByLinkNames", "LinkageStubs"},
+    {DNM_STUBS_BY_ADR, DNM_STUBS, "LinkageStubByAdrs", "LinkageStubs"},
 };
 
+constexpr int64_t highest_version = 94;      // reading refuses those above the newest one before
+constexpr int64_t highest_address_unit = 32; // bytes
 constexpr uint32_t highest_table_parameter = 20;
 constexpr uint8_t section_kind_count = 43;
 
@@ -93,20 +67,33 @@ int check_directory(const dnm_header& header) {
     return 0;
 }
 
-int32_t max_of(const dnm_header& header, uint8_t table) {
+int32_t max_of(const dnm_header& header, dnm_table_id table) {
     return table < header.tables.size() ? header.tables[table].max : 0;
 }
 
 } // namespace
 
 int STDnm_CheckHeadSanity(const dnm_header& header) {
-    for (const range_rule& rule : range_rules) {
-        const int64_t value = rule.value(header);
-        if (value < rule.lowest || value > rule.highest) {
-            gen_error(rule.complaint, static_cast<int>(value));
+    // Formats, types and styles are numbers of what there is, from 0 on.
+    const range_rule range_rules[] = {
+        {header.version, dnm_oldest_version, highest_version, "dnm version"},
+        {header.address_mode, DNM_ADDRESS_16, DNM_ADDRESS_64, "address mode"},
+        {header.endian_flag, 0, 1, "endian flag"},
+        {header.object_module_format, 0, 3, "object module format"},
+        {header.object_module_type, 0, 3, "object module type"},
+        {header.bytes_per_text_unit, 1, highest_address_unit, "bytes per text address unit"},
+        {header.bytes_per_data_unit, 1, highest_address_unit, "bytes per data address unit"},
+        {header.abi_style, 0, 7, "C++ ABI style"},
+        {header.mangle_style, 0, 6, "C++ mangle style"},
+        {header.encoding_type, 0, 1, "encodingType"},
+        {static_cast<int64_t>(header.tables.size()), 0, dnm_max_tables, "numTables"},
+    };
+    for (const range_rule& rule : range_rules)
+        if (rule.value < rule.lowest || rule.value > rule.highest) {
+            gen_error("<libst>: [STDnm_CheckHeadSanity] Invalid %s (%d)", rule.name,
+                      static_cast<int>(rule.value));
             return 1;
         }
-    }
     if (check_directory(header) != 0)
         return 1;
     for (const index_rule& rule : index_rules) {

@@ -36,21 +36,21 @@ struct write_job {
 // An undecoded table cannot change its encoding, so it keeps the file's. Without one, the map is
 // written compressed.
 bool keeps_encoding(const dnm_map& map) {
-    for (uint32_t i = 0; i < dnm_table_count; ++i)
-        if (i != dnm_sections_table && map.header.tables[i].size != 0)
+    for (uint32_t i = 0; i < DNM_TABLE_COUNT; ++i)
+        if (i != DNM_SECTIONS && map.header.tables[i].size != 0)
             return true;
     return false;
 }
 
 void put_prologue(dnm_writer& writer, const dnm_header& header) {
     writer.u32(dnm_magic);
-    writer.u32(1); // prologue version
-    writer.u32(3); // file kind: a debug-name-map
+    writer.u32(dnm_newest_prologue);
+    writer.u32(dnm_map_kind);
     writer.u32(writer.coding.compressed ? 1 : 0);
     writer.u8(dnm_address_encoding(header.address_mode));
-    writer.u8(0); // descriptors
-    writer.u8(header.version >= 27 ? 2 : 0);
-    writer.u8(0);
+    writer.u8(dnm_no_descriptors);
+    writer.u8(header.version >= 27 ? dnm_newest_extension : dnm_no_extension);
+    writer.u8(0); // reserved
 }
 
 void put_offset(dnm_writer& writer, int32_t version, int64_t offset) {
@@ -68,7 +68,7 @@ std::vector<std::byte> encode_head(const dnm_map& map, const dnm_coding& coding,
     put_prologue(writer, header);
     writer.u32(static_cast<uint32_t>(header.version));
     dnm_layout_header(writer, header);
-    writer.u8(dnm_table_count);
+    writer.u8(DNM_TABLE_COUNT);
     for (const dnm_table& table : header.tables)
         put_offset(writer, header.version, with_offsets ? table.offset : 0);
     for (const dnm_table& table : header.tables) {
@@ -80,7 +80,7 @@ std::vector<std::byte> encode_head(const dnm_map& map, const dnm_coding& coding,
     return std::move(writer.bytes);
 }
 
-table_output output_of(const write_job& job, uint8_t index) {
+table_output output_of(const write_job& job, dnm_table_id index) {
     const dnm_map& map = job.map;
     const dnm_table& table = map.header.tables[index];
     table_output output;
@@ -88,7 +88,7 @@ table_output output_of(const write_job& job, uint8_t index) {
         return output;
     output.from = table.start;
     output.size = table.size;
-    if (index != dnm_sections_table)
+    if (index != DNM_SECTIONS)
         return output;
     dnm_writer writer = {{}, job.coding};
     for (const dnm_section& section : map.sections)
@@ -99,16 +99,16 @@ table_output output_of(const write_job& job, uint8_t index) {
     return output;
 }
 
-bool shares_place_with_sections(const dnm_map& map, uint8_t index) {
-    const dnm_table& sections = map.header.tables[dnm_sections_table];
+bool shares_place_with_sections(const dnm_map& map, dnm_table_id index) {
+    const dnm_table& sections = map.header.tables[DNM_SECTIONS];
     return sections.max > 0 && sections.start == map.header.tables[index].start;
 }
 
 // Tables that share a place in the input share one in the output.
 void place_tables(write_job& job, uint64_t at) {
     std::vector<std::pair<uint64_t, int64_t>> placed; // from where in the input, to where
-    for (const dnm_family& family : dnm_families())
-        for (uint8_t index : family.tables) {
+    for (const dnm_family& family : dnm_families)
+        for (dnm_table_id index : family.tables) {
             dnm_table& table = job.map.header.tables[index];
             const auto same =
                 std::find_if(placed.begin(), placed.end(), [&table](const auto& other) {
@@ -123,7 +123,7 @@ void place_tables(write_job& job, uint64_t at) {
                 continue;
             placed.emplace_back(table.start, table.offset);
             const bool has_sections = shares_place_with_sections(job.map, index);
-            table_output output = output_of(job, has_sections ? dnm_sections_table : index);
+            table_output output = output_of(job, has_sections ? DNM_SECTIONS : index);
             output.at = at;
             at += output.front.size() + output.size;
             job.tables.push_back(std::move(output));
