@@ -17,7 +17,16 @@ constexpr uint32_t EI_CLASS = 4, EI_DATA = 5, EI_NIDENT = 16;
 constexpr uint8_t ELFCLASS32 = 1, ELFCLASS64 = 2;
 constexpr uint8_t ELFDATA2LSB = 1, ELFDATA2MSB = 2;
 constexpr uint16_t ET_REL = 1, ET_EXEC = 2, ET_DYN = 3, ET_CORE = 4;
-constexpr uint16_t EM_386 = 3, EM_ARM = 40, EM_X86_64 = 62, EM_RISCV = 243;
+// 6 was EM_486 before it became EM_IAMCU.
+constexpr uint16_t EM_M32 = 1, EM_SPARC = 2, EM_386 = 3, EM_68K = 4, EM_486 = 6, EM_MIPS = 8,
+                   EM_MIPS_RS3_LE = 10, EM_SPARC32PLUS = 18, EM_960 = 19, EM_PPC = 20,
+                   EM_PPC64 = 21, EM_SPU = 23, EM_V800 = 36, EM_FR20 = 37, EM_RH32 = 38,
+                   EM_RCE = 39, EM_ARM = 40, EM_SH = 42, EM_SPARCV9 = 43, EM_TRICORE = 44,
+                   EM_ARC = 45, EM_IA_64 = 50, EM_MIPS_X = 51, EM_COLDFIRE = 52, EM_MMA = 54,
+                   EM_NDR1 = 57, EM_STARCORE = 58, EM_ST100 = 60, EM_X86_64 = 62, EM_PDSP = 63,
+                   EM_JAVELIN = 77, EM_FIREPATH = 78, EM_ZSP = 79, EM_V850 = 87, EM_M32R = 88,
+                   EM_ARC_COMPACT = 93, EM_MAX = 102, EM_BLACKFIN = 106, EM_DSPIC30F = 118,
+                   EM_AARCH64 = 183, EM_RISCV = 243;
 constexpr uint32_t SHT_SYMTAB = 2, SHT_RELA = 4, SHT_NOBITS = 8, SHT_REL = 9, SHT_SYMTAB_SHNDX = 18;
 constexpr uint64_t SHF_ALLOC = 2;
 constexpr uint32_t SHN_LORESERVE = 0xFF00, SHN_XINDEX = 0xFFFF;

@@ -98,9 +98,10 @@ verdict identify_tooldata(candidate& file) {
 
 verdict identify_leading_word(candidate& file) {
     objinfo& record = file.record;
-    if (begins_with(file, 0x00000258))
+    constexpr uint32_t magic10_word = 0x00000258, import_word = 0x0000FFFF;
+    if (begins_with(file, magic10_word))
         record.kind = OBJ_MAGIC10;
-    else if (begins_with(file, 0x0000FFFF))
+    else if (begins_with(file, import_word))
         record.kind = OBJ_IMPORT;
     else
         return NOT_THIS;
@@ -111,19 +112,18 @@ verdict identify_leading_word(candidate& file) {
 // A Windows resource file begins with the header of an empty resource.
 verdict identify_windows_resource(candidate& file) {
     static constexpr uint32_t header[] = {0, 32, 0xFFFF, 0xFFFF, 0, 0, 0, 0};
-    if (!begins_with(file, 0))
+    if (!begins_with(file, header[0]))
         return NOT_THIS;
     seek_to(file, 0);
     for (const uint32_t word : header)
         if (elf_read_u32_as(file.stream, false) != word)
             return NOT_THIS;
     file.record.kind = OBJ_WINRES;
-    file.record.target = 125;
+    file.record.target = OBJ_TARGET_WINRES;
     return RECOGNISED;
 }
 
 bool elf_code_is_big_endian(const elf_file_header& head, bool big_endian) {
-    constexpr uint16_t EM_TRICORE = 44, EM_AARCH64 = 183;
     constexpr uint32_t EF_ARM_BE8 = 0x00800000;
     if (head.e_machine == EM_TRICORE || head.e_machine == EM_AARCH64)
         return false;
@@ -164,11 +164,10 @@ verdict identify_elf(candidate& file) {
 }
 
 void take_coff_machine(objinfo& record, const obj_coff_row& row) {
-    constexpr uint32_t x86_64_target = 138;
     record.target = row.target;
     record.code_big_endian = row.big_endian;
     record.big_endian = row.big_endian;
-    record.class_bits = row.target == x86_64_target ? 64 : 32;
+    record.class_bits = row.target == OBJ_TARGET_COFF_X86_64 ? 64 : 32;
 }
 
 // The PE header names the machine; kind, machine number and symbol size stay those of "MZ". Gives
@@ -240,9 +239,9 @@ verdict identify_by_extension(candidate& file) {
     objinfo& record = file.record;
     const std::string_view extension = gen_extension(file.name ? file.name : "");
     if (gen_equal_ignoring_case(extension, "pro") || gen_equal_ignoring_case(extension, "dbp"))
-        record.target = 122;
+        record.target = OBJ_TARGET_PROFILE;
     else if (gen_equal_ignoring_case(extension, "gpro"))
-        record.target = 123;
+        record.target = OBJ_TARGET_GPROFILE;
     else
         return NOT_THIS;
     record.kind = OBJ_PROFILE;
@@ -257,13 +256,13 @@ verdict identify_by_extension(candidate& file) {
 uint32_t unsigned_tooldata_target(const candidate& file) {
     const uint32_t number = file.lead[0] | file.lead[1];
     if (number == 1 || number == 2 || number == 4)
-        return 120;
+        return OBJ_TARGET_NUMBERED;
     if (number == 3)
-        return 121;
+        return OBJ_TARGET_NUMBERED_3;
     if (begins_with(file, 0x494E5400)) // "INT"
-        return 126;
+        return OBJ_TARGET_INT_LOG;
     if (begins_with(file, 0x564C4700)) // "VLG"
-        return 142;
+        return OBJ_TARGET_VLG_LOG;
     return 0;
 }
 
@@ -271,6 +270,7 @@ uint32_t unsigned_tooldata_target(const candidate& file) {
 // and goes on, so one that is set was left by the file before: it stays, and no mark is looked for.
 verdict identify_by_weak_marks(candidate& file) {
     objinfo& record = file.record;
+    constexpr uint32_t CPU_PA_RISC1_1 = 0x210, SHARE_MAGIC = 0x108;
     record.sym_entry_size = 0;
     record.flags = 0;
     record.kind = OBJ_UNKNOWN;
@@ -281,10 +281,10 @@ verdict identify_by_weak_marks(candidate& file) {
     if (record.target != 0) {
         record.kind = OBJ_TOOLDATA;
         record.file_type = OBJ_TYPE_TOOLDATA;
-    } else if (begins_with(file, 0x02100108)) {
+    } else if (begins_with(file, CPU_PA_RISC1_1 << 16 | SHARE_MAGIC)) {
         record.kind = OBJ_SOM_SHARED;
-        record.machine = 0x108;
-        record.target = 113;
+        record.machine = SHARE_MAGIC;
+        record.target = OBJ_TARGET_SOM_SHARED;
         record.file_type = OBJ_TYPE_EXECUTABLE;
         record.code_big_endian = true;
         record.big_endian = true;
@@ -355,14 +355,13 @@ void scan_notes(candidate& file) {
 
 void finish(candidate& file) {
     objinfo& record = file.record;
-    constexpr uint32_t note_target = 94, ti_target = 131;
     record.magic[0] = file.lead[0];
     record.magic[1] = file.lead[1];
     if (record.target == 0 && record.kind != OBJ_ELF && record.kind != OBJ_TOOLDATA)
         record.machine = file.lead[0] + 256u * file.lead[1];
-    if (record.target == note_target && record.kind == OBJ_ELF)
+    if (record.target == OBJ_TARGET_V800 && record.kind == OBJ_ELF)
         scan_notes(file);
-    if (record.target == ti_target && record.kind == OBJ_COFF)
+    if (record.target == OBJ_TARGET_TI && record.kind == OBJ_COFF)
         file.history.ti_coff = true;
 }
 

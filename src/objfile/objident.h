@@ -47,10 +47,27 @@ enum obj_note_flag : uint32_t {
     OBJ_NOTE_TYPE11 = 0x20
 };
 
+// A target is a processor in the tool chain's own numbering, which tells variants and file formats
+// apart; 0: unknown. The tables give most of them as numbers: named is what code goes by.
+enum obj_target : uint32_t {
+    OBJ_TARGET_WIDE_COUNTS = 20, // counts of 32 bits in COFF section headers; in no table
+    OBJ_TARGET_V800 = 94,        // the V850 too; its ELF files have notes
+    OBJ_TARGET_SOM_SHARED = 113,
+    OBJ_TARGET_NUMBERED = 120,   // tool data that begin with 1, 2 or 4
+    OBJ_TARGET_NUMBERED_3 = 121, // with 3
+    OBJ_TARGET_PROFILE = 122,
+    OBJ_TARGET_GPROFILE = 123,
+    OBJ_TARGET_WINRES = 125,
+    OBJ_TARGET_INT_LOG = 126,
+    OBJ_TARGET_TI = 131,
+    OBJ_TARGET_COFF_X86_64 = 138, // an ELF file's is another one
+    OBJ_TARGET_VLG_LOG = 142
+};
+
 struct objinfo {
     uint8_t magic[2] = {};        // the first two bytes
     uint32_t machine = 0;         // e_machine, the COFF magic, the a.out identifier, a version
-    uint32_t target = 0;          // processor code of the tables; 0: unknown machine
+    uint32_t target = 0;          // obj_target
     bool code_big_endian = false; // instructions
     bool big_endian = false;      // data and header fields
     uint32_t note_flags = 0;      // obj_note_flag

@@ -1,7 +1,6 @@
 // The magic numbers of object files, as data, and the searches through them.
 //
-// A target is the code of a processor family; it is never 0 in a row. Rows are searched in the
-// order given and the first match counts.
+// Rows are searched in the order given and the first match counts. No row has the target 0.
 #pragma once
 
 #include <cstdint>

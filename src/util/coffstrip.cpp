@@ -15,7 +15,6 @@
 namespace {
 
 constexpr obj_kind wide_kind = OBJ_COFF4;
-constexpr uint32_t wide_counts_target = 20;
 
 // How the fields of one file lie.
 struct coff_form {
@@ -49,7 +48,7 @@ struct coff_section {
 constexpr size_t s_lnnoptr = 5; // in addresses
 
 coff_form form_of(const objinfo& info, bool ti_coff, bool& coff_wide_counts) {
-    coff_wide_counts = coff_wide_counts || info.target == wide_counts_target;
+    coff_wide_counts = coff_wide_counts || info.target == OBJ_TARGET_WIDE_COUNTS;
     return {info.big_endian, info.sym_entry_size, info.kind == wide_kind, coff_wide_counts,
             ti_coff};
 }
