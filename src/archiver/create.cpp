@@ -5,8 +5,8 @@
 #include <cinttypes>
 #include <cstring>
 
-#include "archiver/archive.h"
-#include "archiver/output.h"
+#include "archiver/newarchive.h"
+#include "archiver/oldarchive.h"
 #include "archiver/rebuild.h"
 #include "archiver/symindex.h"
 #include "shared/genmessage.h"

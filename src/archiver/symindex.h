@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "archiver/archive.h"
+#include "archiver/oldarchive.h"
 
 struct index_entry {
     uint32_t member = 0;   // which defines the symbol

@@ -8,22 +8,24 @@
 
 #include "shared/host.h"
 
-static bool is_blank(char c) {
+namespace {
+
+bool is_blank(char c) {
     return c == ' ' || c == '\t';
 }
 
-static size_t skip_blanks(std::string_view line, size_t at) {
+size_t skip_blanks(std::string_view line, size_t at) {
     while (at < line.size() && is_blank(line[at]))
         ++at;
     return at;
 }
 
-static bool is_file(const std::string& name) {
+bool is_file(const std::string& name) {
     const std::optional<host_status> status = host_status_of(name.c_str());
     return status && !status->is_directory;
 }
 
-static std::optional<std::string> find_program(std::string_view text) {
+std::optional<std::string> find_program(std::string_view text) {
     std::string name(text);
     if (is_file(name))
         return name;
@@ -35,7 +37,7 @@ static std::optional<std::string> find_program(std::string_view text) {
 
 // Sets the program and returns where the arguments begin. The runtime counts text that sticks to a
 // closing quote as the program's name, so it is no argument.
-static size_t split_quoted_program(std::string_view line, size_t start, std::string& program) {
+size_t split_quoted_program(std::string_view line, size_t start, std::string& program) {
     size_t end = line.find('"', start + 1);
     if (end == std::string_view::npos)
         end = line.size();
@@ -46,7 +48,7 @@ static size_t split_quoted_program(std::string_view line, size_t start, std::str
     return end;
 }
 
-static size_t split_plain_program(std::string_view line, size_t start, std::string& program) {
+size_t split_plain_program(std::string_view line, size_t start, std::string& program) {
     size_t first_end = line.size();
     for (size_t end = start + 1; end <= line.size(); ++end) {
         if (end < line.size() && !is_blank(line[end]))
@@ -64,7 +66,7 @@ static size_t split_plain_program(std::string_view line, size_t start, std::stri
 
 // The argument that begins at `at`, which is moved behind it. 2n backslashes before a quote are n,
 // and the quote groups; 2n + 1 are n and a literal quote; two quotes within quotes are one.
-static std::string next_argument(std::string_view line, size_t& at) {
+std::string next_argument(std::string_view line, size_t& at) {
     std::string argument;
     bool in_quotes = false;
     while (at < line.size() && (in_quotes || !is_blank(line[at]))) {
@@ -90,6 +92,8 @@ static std::string next_argument(std::string_view line, size_t& at) {
     }
     return argument;
 }
+
+} // namespace
 
 gen_command gen_split_command_line(std::string_view line) {
     gen_command command;

@@ -6,29 +6,66 @@
 
 #include <optional>
 
-static char lower(char c) {
+namespace {
+
+char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-static bool is_letter(char c) {
+bool is_letter(char c) {
     return lower(c) >= 'a' && lower(c) <= 'z';
 }
 
-bool gen_is_separator(char c, host_path_rules rules) {
-    return c == '/' || (c == '\\' && rules == host_path_rules::windows);
-}
-
-static bool has_drive(std::string_view name, host_path_rules rules) {
+bool has_drive(std::string_view name, host_path_rules rules) {
     return rules == host_path_rules::windows && name.size() >= 2 && name[1] == ':' &&
            is_letter(name[0]);
 }
 
 // Where the last separator stands; npos when there is none.
-static size_t find_last_separator(std::string_view name, host_path_rules rules) {
+size_t find_last_separator(std::string_view name, host_path_rules rules) {
     for (size_t at = name.size(); at > 0; --at)
         if (gen_is_separator(name[at - 1], rules))
             return at - 1;
     return has_drive(name, rules) ? 1 : std::string_view::npos;
+}
+
+// Windows looks for devices before it looks for files: "nul.o" is one, whatever the extension.
+bool is_device_name(std::string_view name) {
+    name = name.substr(0, name.find('.'));
+    while (name.ends_with(' '))
+        name.remove_suffix(1);
+    for (const char* const device : {"con", "prn", "aux", "nul", "conin$", "conout$", "clock$"})
+        if (gen_equal_ignoring_case(name, device))
+            return true;
+    const std::string_view port = name.substr(0, 3);
+    return name.size() == 4 && name[3] >= '0' && name[3] <= '9' &&
+           (gen_equal_ignoring_case(port, "com") || gen_equal_ignoring_case(port, "lpt"));
+}
+
+std::string_view without_trailing_separator(std::string_view name) {
+    if (!name.empty() && gen_is_separator(name.back()))
+        name.remove_suffix(1);
+    return name;
+}
+
+bool same_text(const std::string& a, const std::string& b) {
+    const std::string_view last_of_a = gen_last_component(a);
+    const std::string_view last_of_b = gen_last_component(b);
+    if (!last_of_a.empty() && !last_of_b.empty() && !gen_equal_ignoring_case(last_of_a, last_of_b))
+        return false;
+    if (gen_equal_ignoring_case(a, b))
+        return true;
+    const std::optional<std::string> full_a = host_full_path(a.c_str());
+    const std::optional<std::string> full_b = host_full_path(b.c_str());
+    return full_a && full_b &&
+           gen_equal_ignoring_case(without_trailing_separator(*full_a),
+                                   without_trailing_separator(*full_b));
+}
+
+} // namespace
+
+bool gen_is_separator(char c, host_path_rules rules) {
+    return c == '/' || (c == '\\' && rules == host_path_rules::windows);
 }
 
 std::string_view gen_last_component(std::string_view name, host_path_rules rules) {
@@ -68,19 +105,6 @@ bool gen_is_absolute(std::string_view name, host_path_rules rules) {
     return !name.empty() && gen_is_separator(name[0], rules);
 }
 
-// Windows looks for devices before it looks for files: "nul.o" is one, whatever the extension.
-static bool is_device_name(std::string_view name) {
-    name = name.substr(0, name.find('.'));
-    while (name.ends_with(' '))
-        name.remove_suffix(1);
-    for (const char* const device : {"con", "prn", "aux", "nul", "conin$", "conout$", "clock$"})
-        if (gen_equal_ignoring_case(name, device))
-            return true;
-    const std::string_view port = name.substr(0, 3);
-    return name.size() == 4 && name[3] >= '0' && name[3] <= '9' &&
-           (gen_equal_ignoring_case(port, "com") || gen_equal_ignoring_case(port, "lpt"));
-}
-
 bool gen_is_plain_name(std::string_view name) {
     if (name.empty() || name == "." || name == ".." || is_device_name(name))
         return false;
@@ -102,26 +126,6 @@ bool gen_equal_ignoring_case(std::string_view a, std::string_view b) {
 bool gen_ends_with_ignoring_case(std::string_view text, std::string_view end) {
     return text.size() >= end.size() &&
            gen_equal_ignoring_case(text.substr(text.size() - end.size()), end);
-}
-
-static std::string_view without_trailing_separator(std::string_view name) {
-    if (!name.empty() && gen_is_separator(name.back()))
-        name.remove_suffix(1);
-    return name;
-}
-
-static bool same_text(const std::string& a, const std::string& b) {
-    const std::string_view last_of_a = gen_last_component(a);
-    const std::string_view last_of_b = gen_last_component(b);
-    if (!last_of_a.empty() && !last_of_b.empty() && !gen_equal_ignoring_case(last_of_a, last_of_b))
-        return false;
-    if (gen_equal_ignoring_case(a, b))
-        return true;
-    const std::optional<std::string> full_a = host_full_path(a.c_str());
-    const std::optional<std::string> full_b = host_full_path(b.c_str());
-    return full_a && full_b &&
-           gen_equal_ignoring_case(without_trailing_separator(*full_a),
-                                   without_trailing_separator(*full_b));
 }
 
 bool same_file_name(const std::string& a, const std::string& b) {

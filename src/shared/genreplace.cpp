@@ -5,7 +5,11 @@
 
 #include "shared/genpath.h"
 
-static constexpr uint32_t set_id_bits = 06000;
+namespace {
+
+constexpr uint32_t set_id_bits = 06000;
+
+} // namespace
 
 std::string gen_real_name(const char* name) {
     constexpr int most_links = 40; // as many as hosts follow

@@ -25,15 +25,58 @@ const char host_line_end[] = "\n";
 const char host_program_suffix[] = "";
 
 namespace {
+
 struct c_memory_freer {
     void operator()(char* text) const { std::free(text); }
 };
-} // namespace
 using c_text = std::unique_ptr<char, c_memory_freer>;
 
-static bool is_offset(uint64_t offset) {
+bool is_offset(uint64_t offset) {
     return offset <= static_cast<uint64_t>(INT64_MAX);
 }
+
+// O_NONBLOCK is of no consequence for regular files.
+int open_flags(host_access access) {
+    constexpr int always = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    switch (access) {
+    case host_access::read:
+        return always | O_RDONLY;
+    case host_access::update:
+        return always | O_RDWR;
+    case host_access::create:
+        return always | O_WRONLY | O_CREAT | O_TRUNC;
+    case host_access::create_exclusive:
+        return always | O_WRONLY | O_CREAT | O_EXCL;
+    case host_access::create_exclusive_update:
+        return always | O_RDWR | O_CREAT | O_EXCL;
+    case host_access::append:
+        return always | O_WRONLY | O_CREAT;
+    }
+    return always;
+}
+
+// Repeats a transfer for as long as signals interrupt it.
+template <typename Call>
+int64_t transfer(Call call) {
+    errno_keeper error;
+    ssize_t moved;
+    do
+        moved = call();
+    while (moved < 0 && errno == EINTR);
+    return error.pass(moved);
+}
+
+// A write that moves nothing would make its caller go round for ever.
+template <typename Call>
+int64_t transfer_out(size_t size, Call call) {
+    const int64_t moved = transfer(call);
+    if (moved != 0 || size == 0)
+        return moved;
+    errno = ENOSPC;
+    return -1;
+}
+
+} // namespace
 
 host_status host_status_from(const struct stat& from) {
     host_status status;
@@ -133,26 +176,6 @@ int host_set_mode(const char* name, uint32_t mode) {
     return errno_keeper().pass(chmod(name, static_cast<mode_t>(mode & 07777)));
 }
 
-// O_NONBLOCK is of no consequence for regular files.
-static int open_flags(host_access access) {
-    constexpr int always = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    switch (access) {
-    case host_access::read:
-        return always | O_RDONLY;
-    case host_access::update:
-        return always | O_RDWR;
-    case host_access::create:
-        return always | O_WRONLY | O_CREAT | O_TRUNC;
-    case host_access::create_exclusive:
-        return always | O_WRONLY | O_CREAT | O_EXCL;
-    case host_access::create_exclusive_update:
-        return always | O_RDWR | O_CREAT | O_EXCL;
-    case host_access::append:
-        return always | O_WRONLY | O_CREAT;
-    }
-    return always;
-}
-
 // An interrupted open is handed back as it is: the caller counts its attempts.
 int host_open(const char* name, host_access access) {
     const mode_t mode = access == host_access::create_exclusive ? 0600 : 0666;
@@ -174,27 +197,6 @@ std::optional<host_status> host_descriptor_status(int descriptor) {
     if (error.pass(fstat(descriptor, &found)) == 0)
         return host_status_from(found);
     return std::nullopt;
-}
-
-// Repeats a transfer for as long as signals interrupt it.
-template <typename Call>
-static int64_t transfer(Call call) {
-    errno_keeper error;
-    ssize_t moved;
-    do
-        moved = call();
-    while (moved < 0 && errno == EINTR);
-    return error.pass(moved);
-}
-
-// A write that moves nothing would make its caller go round for ever.
-template <typename Call>
-static int64_t transfer_out(size_t size, Call call) {
-    const int64_t moved = transfer(call);
-    if (moved != 0 || size == 0)
-        return moved;
-    errno = ENOSPC;
-    return -1;
 }
 
 int64_t host_read_at(int descriptor, void* buffer, size_t size, uint64_t offset) {

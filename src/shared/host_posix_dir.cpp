@@ -16,16 +16,91 @@
 
 #include "shared/host_posix.h"
 
+namespace {
+
 // A separator at the end would make the host follow a link.
-static std::string without_last_separators(std::string_view name) {
+std::string without_last_separators(std::string_view name) {
     while (name.size() > 1 && name.back() == '/')
         name.remove_suffix(1);
     return std::string(name);
 }
 
-static bool status_of_link(const char* name, struct stat& found) {
+bool status_of_link(const char* name, struct stat& found) {
     return lstat(without_last_separators(name).c_str(), &found) == 0;
 }
+
+struct directory_closer {
+    void operator()(DIR* stream) const { closedir(stream); }
+};
+using directory_stream = std::unique_ptr<DIR, directory_closer>;
+
+struct tree_level {
+    directory_stream stream;
+    std::string name; // in the level above
+};
+
+// Null, with the error number, also when the name is a link.
+directory_stream open_directory(int parent, const char* name) {
+    const int descriptor =
+        openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0)
+        return nullptr;
+    directory_stream stream(fdopendir(descriptor));
+    if (!stream)
+        close(descriptor);
+    return stream;
+}
+
+// The next entry but "." and ".."; null at the end, and with an error number on failure.
+const dirent* next_entry(DIR* stream) {
+    const dirent* entry;
+    do {
+        errno = 0;
+        entry = readdir(stream);
+    } while (entry != nullptr &&
+             (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0));
+    return entry;
+}
+
+bool is_directory_entry(int parent, const dirent& entry) {
+#ifdef DT_UNKNOWN
+    if (entry.d_type != DT_UNKNOWN)
+        return entry.d_type == DT_DIR;
+#endif
+    struct stat found;
+    return fstatat(parent, entry.d_name, &found, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(found.st_mode);
+}
+
+bool enter(std::vector<tree_level>& levels, int parent, std::string name) {
+    constexpr size_t depth_limit = 256; // each level keeps a descriptor
+    if (levels.size() == depth_limit) {
+        errno = ELOOP;
+        return false;
+    }
+    directory_stream stream = open_directory(parent, name.c_str());
+    if (!stream)
+        return false;
+    levels.push_back({std::move(stream), std::move(name)});
+    return true;
+}
+
+// One step of a removal: an entry of the deepest level removed or entered, or that level left.
+bool remove_step(std::vector<tree_level>& levels) {
+    DIR* const stream = levels.back().stream.get();
+    if (const dirent* const entry = next_entry(stream)) {
+        const int parent = dirfd(stream);
+        if (is_directory_entry(parent, *entry))
+            return enter(levels, parent, entry->d_name);
+        return unlinkat(parent, entry->d_name, 0) == 0 || errno == ENOENT;
+    }
+    const std::string name = std::move(levels.back().name);
+    levels.pop_back();
+    const int parent = levels.empty() ? AT_FDCWD : dirfd(levels.back().stream.get());
+    return unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0;
+}
+
+} // namespace
 
 std::optional<host_status> host_status_of_link(const char* name) {
     const errno_keeper error;
@@ -60,41 +135,6 @@ int host_set_times(const char* name, int64_t time) {
     return errno_keeper().pass(utimensat(AT_FDCWD, name, times, AT_SYMLINK_NOFOLLOW));
 }
 
-namespace {
-struct directory_closer {
-    void operator()(DIR* stream) const { closedir(stream); }
-};
-using directory_stream = std::unique_ptr<DIR, directory_closer>;
-
-struct tree_level {
-    directory_stream stream;
-    std::string name; // in the level above
-};
-} // namespace
-
-// Null, with the error number, also when the name is a link.
-static directory_stream open_directory(int parent, const char* name) {
-    const int descriptor =
-        openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0)
-        return nullptr;
-    directory_stream stream(fdopendir(descriptor));
-    if (!stream)
-        close(descriptor);
-    return stream;
-}
-
-// The next entry but "." and ".."; null at the end, and with an error number on failure.
-static const dirent* next_entry(DIR* stream) {
-    const dirent* entry;
-    do {
-        errno = 0;
-        entry = readdir(stream);
-    } while (entry != nullptr &&
-             (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0));
-    return entry;
-}
-
 std::optional<std::vector<std::string>> host_list_directory(const char* name) {
     errno_keeper error;
     const directory_stream stream = open_directory(AT_FDCWD, without_last_separators(name).c_str());
@@ -108,44 +148,6 @@ std::optional<std::vector<std::string>> host_list_directory(const char* name) {
         return std::nullopt;
     error.keep = true;
     return names;
-}
-
-static bool is_directory_entry(int parent, const dirent& entry) {
-#ifdef DT_UNKNOWN
-    if (entry.d_type != DT_UNKNOWN)
-        return entry.d_type == DT_DIR;
-#endif
-    struct stat found;
-    return fstatat(parent, entry.d_name, &found, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISDIR(found.st_mode);
-}
-
-static bool enter(std::vector<tree_level>& levels, int parent, std::string name) {
-    constexpr size_t depth_limit = 256; // each level keeps a descriptor
-    if (levels.size() == depth_limit) {
-        errno = ELOOP;
-        return false;
-    }
-    directory_stream stream = open_directory(parent, name.c_str());
-    if (!stream)
-        return false;
-    levels.push_back({std::move(stream), std::move(name)});
-    return true;
-}
-
-// One step of a removal: an entry of the deepest level removed or entered, or that level left.
-static bool remove_step(std::vector<tree_level>& levels) {
-    DIR* const stream = levels.back().stream.get();
-    if (const dirent* const entry = next_entry(stream)) {
-        const int parent = dirfd(stream);
-        if (is_directory_entry(parent, *entry))
-            return enter(levels, parent, entry->d_name);
-        return unlinkat(parent, entry->d_name, 0) == 0 || errno == ENOENT;
-    }
-    const std::string name = std::move(levels.back().name);
-    levels.pop_back();
-    const int parent = levels.empty() ? AT_FDCWD : dirfd(levels.back().stream.get());
-    return unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0;
 }
 
 // What cannot be removed does not keep the rest; the first reason is the one that is told.

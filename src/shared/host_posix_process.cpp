@@ -22,24 +22,6 @@
 extern char** environ; // not every unistd.h has it
 #endif
 
-std::string host_module_file_name() {
-    const errno_keeper error;
-    std::string name;
-#ifdef __linux__
-    for (size_t room = 256; room <= size_t{1} << 20; room *= 2) {
-        name.resize(room);
-        const ssize_t length = readlink("/proc/self/exe", name.data(), room);
-        if (length < 0)
-            return std::string();
-        name.resize(static_cast<size_t>(length));
-        if (name.size() < room)
-            return name;
-    }
-    name.clear();
-#endif
-    return name;
-}
-
 namespace {
 
 struct user_record {
@@ -64,7 +46,81 @@ user_record find_user() {
     return {std::to_string(number), home != nullptr ? home : ""};
 }
 
+// A process that has ended but that its parent has not asked about still takes signals.
+bool is_zombie(uint32_t id) {
+#ifdef __linux__
+    char text[512];
+    snprintf(text, sizeof text, "/proc/%u/stat", static_cast<unsigned>(id));
+    const int file = open(text, O_RDONLY | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    const ssize_t length = read(file, text, sizeof text);
+    close(file);
+    const std::string_view status(text, length > 0 ? static_cast<size_t>(length) : 0);
+    const size_t state = status.rfind(") "); // behind the program's name, which may hold anything
+    return state != std::string_view::npos && state + 2 < status.size() &&
+           (status[state + 2] == 'Z' || status[state + 2] == 'X');
+#else
+    return id == 0;
+#endif
+}
+
+// A parent may start us without standard streams. A file that was then opened as descriptor 2
+// would receive the tool's messages, so the three are occupied first.
+void occupy_standard_descriptors() {
+    int descriptor;
+    do
+        descriptor = open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= host_error_descriptor);
+    if (descriptor >= 0)
+        close(descriptor);
+}
+
+// Starts the child: 0, or an error number. What this process ignores is no business of the child's.
+int spawn(const std::string& program, char* const* arguments, bool no_streams, pid_t& child) {
+    posix_spawn_file_actions_t actions;
+    if (const int failure = posix_spawn_file_actions_init(&actions); failure != 0)
+        return failure;
+    posix_spawnattr_t attributes;
+    if (const int failure = posix_spawnattr_init(&attributes); failure != 0) {
+        posix_spawn_file_actions_destroy(&actions);
+        return failure;
+    }
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
+    sigaddset(&defaults, SIGXFSZ);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    int failure = 0;
+    for (int stream = 0; no_streams && stream <= host_error_descriptor && failure == 0; ++stream)
+        failure = posix_spawn_file_actions_addclose(&actions, stream);
+    if (failure == 0)
+        failure = posix_spawn(&child, program.c_str(), &actions, &attributes, arguments, environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    return failure;
+}
+
 } // namespace
+
+std::string host_module_file_name() {
+    const errno_keeper error;
+    std::string name;
+#ifdef __linux__
+    for (size_t room = 256; room <= size_t{1} << 20; room *= 2) {
+        name.resize(room);
+        const ssize_t length = readlink("/proc/self/exe", name.data(), room);
+        if (length < 0)
+            return std::string();
+        name.resize(static_cast<size_t>(length));
+        if (name.size() < room)
+            return name;
+    }
+    name.clear();
+#endif
+    return name;
+}
 
 std::string host_user_name() {
     return find_user().name;
@@ -84,25 +140,6 @@ std::string host_network_name() {
 
 uint32_t host_process_id() {
     return static_cast<uint32_t>(getpid());
-}
-
-// A process that has ended but that its parent has not asked about still takes signals.
-static bool is_zombie(uint32_t id) {
-#ifdef __linux__
-    char text[512];
-    snprintf(text, sizeof text, "/proc/%u/stat", static_cast<unsigned>(id));
-    const int file = open(text, O_RDONLY | O_CLOEXEC);
-    if (file < 0)
-        return false;
-    const ssize_t length = read(file, text, sizeof text);
-    close(file);
-    const std::string_view status(text, length > 0 ? static_cast<size_t>(length) : 0);
-    const size_t state = status.rfind(") "); // behind the program's name, which may hold anything
-    return state != std::string_view::npos && state + 2 < status.size() &&
-           (status[state + 2] == 'Z' || status[state + 2] == 'X');
-#else
-    return id == 0;
-#endif
 }
 
 bool host_process_is_alive(uint32_t id) {
@@ -144,17 +181,6 @@ void host_sleep(uint32_t milliseconds) {
     }
 }
 
-// A parent may start us without standard streams. A file that was then opened as descriptor 2
-// would receive the tool's messages, so the three are occupied first.
-static void occupy_standard_descriptors() {
-    int descriptor;
-    do
-        descriptor = open("/dev/null", O_RDWR);
-    while (descriptor >= 0 && descriptor <= host_error_descriptor);
-    if (descriptor >= 0)
-        close(descriptor);
-}
-
 // Writing to a closed pipe or beyond a size limit is to fail like any other write, and a parent
 // that ignored its children's ends would hide ours from us. Memory priority and sockets need no
 // preparation here.
@@ -166,33 +192,6 @@ int host_start() {
     host_handle_interrupts();
     occupy_standard_descriptors();
     return 0;
-}
-
-// Starts the child: 0, or an error number. What this process ignores is no business of the child's.
-static int spawn(const std::string& program, char* const* arguments, bool no_streams,
-                 pid_t& child) {
-    posix_spawn_file_actions_t actions;
-    if (const int failure = posix_spawn_file_actions_init(&actions); failure != 0)
-        return failure;
-    posix_spawnattr_t attributes;
-    if (const int failure = posix_spawnattr_init(&attributes); failure != 0) {
-        posix_spawn_file_actions_destroy(&actions);
-        return failure;
-    }
-    sigset_t defaults;
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    sigaddset(&defaults, SIGXFSZ);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-    int failure = 0;
-    for (int stream = 0; no_streams && stream <= host_error_descriptor && failure == 0; ++stream)
-        failure = posix_spawn_file_actions_addclose(&actions, stream);
-    if (failure == 0)
-        failure = posix_spawn(&child, program.c_str(), &actions, &attributes, arguments, environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
-    return failure;
 }
 
 int host_run(const char* command_line, bool no_streams) {

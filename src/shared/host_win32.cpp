@@ -19,6 +19,98 @@ extern int _dowildcard;
 int _dowildcard = 0;
 }
 
+namespace {
+
+HANDLE handle_of(int descriptor) {
+    return reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+}
+
+uint64_t join(DWORD high, DWORD low) {
+    return uint64_t{high} << 32 | low;
+}
+
+constexpr int64_t ticks_a_second = 10'000'000;
+constexpr int64_t seconds_from_1601_to_1970 = 11'644'473'600;
+
+// Of permissions there is only the read-only attribute, which means nothing for directories. What
+// others may do is said as most systems have it, because archives keep it.
+uint32_t mode_from(DWORD attributes) {
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        return 0777;
+    return (attributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0644;
+}
+
+DWORD attributes_with_mode(DWORD attributes, uint32_t mode) {
+    constexpr uint32_t owner_may_write = 0200;
+    attributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
+    if ((mode & owner_may_write) == 0)
+        attributes |= FILE_ATTRIBUTE_READONLY;
+    return attributes != 0 ? attributes : FILE_ATTRIBUTE_NORMAL;
+}
+
+std::optional<host_status> status_of_handle(HANDLE file) {
+    host_status status;
+    BY_HANDLE_FILE_INFORMATION found;
+    if (!GetFileInformationByHandle(file, &found)) {
+        if (GetFileType(file) == FILE_TYPE_UNKNOWN)
+            return std::nullopt;
+        status.mode = 0644; // a device or a pipe
+        return status;
+    }
+    status.is_directory = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    status.is_regular = !status.is_directory && GetFileType(file) == FILE_TYPE_DISK;
+    status.size = join(found.nFileSizeHigh, found.nFileSizeLow);
+    status.device = found.dwVolumeSerialNumber;
+    status.number = join(found.nFileIndexHigh, found.nFileIndexLow);
+    status.mode = mode_from(found.dwFileAttributes);
+    status.modified = host_win32_seconds(found.ftLastWriteTime);
+    return status;
+}
+
+std::optional<host_status> status_of_name(const char* name, bool follow_links) {
+    const errno_keeper error;
+    const scoped_handle file(host_win32_open_name(name, FILE_READ_ATTRIBUTES, follow_links));
+    if (file.is_open())
+        return status_of_handle(file.handle);
+    return std::nullopt;
+}
+
+DWORD attributes_of(const char* name) {
+    const errno_keeper error;
+    return GetFileAttributesA(name);
+}
+
+// Whether a reason may be gone in a moment: someone else, a virus scanner say, looks at the file.
+bool is_passing(DWORD reason) {
+    return reason == ERROR_SHARING_VIOLATION || reason == ERROR_LOCK_VIOLATION ||
+           reason == ERROR_ACCESS_DENIED || reason == ERROR_USER_MAPPED_FILE;
+}
+
+// Whether the name is refused for what it is, for as long as it is so.
+bool is_refused_for_good(const char* name) {
+    const DWORD attributes = attributes_of(name);
+    return attributes != INVALID_FILE_ATTRIBUTES &&
+           (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)) != 0;
+}
+
+// As much as one call can move, also across a network.
+DWORD piece_of(uint64_t size) {
+    return static_cast<DWORD>(std::min(size, uint64_t{1} << 24));
+}
+
+OVERLAPPED place_at(uint64_t offset) {
+    OVERLAPPED place = {};
+    place.Offset = static_cast<DWORD>(offset & UINT32_MAX);
+    place.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    return place;
+}
+
+bool is_offset(uint64_t offset) {
+    return offset <= static_cast<uint64_t>(INT64_MAX);
+}
+
+} // namespace
+
 int host_win32_error_number(DWORD reason) {
     static const struct {
         DWORD reason;
@@ -78,10 +170,6 @@ int host_win32_error_number(DWORD reason) {
     return EINVAL;
 }
 
-static HANDLE handle_of(int descriptor) {
-    return reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
-}
-
 int host_win32_descriptor(HANDLE handle) {
     const int descriptor =
         _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_BINARY | _O_NOINHERIT);
@@ -96,13 +184,6 @@ HANDLE host_win32_open_name(const char* name, DWORD access, bool follow_links) {
                        FILE_FLAG_BACKUP_SEMANTICS | no_follow, nullptr);
 }
 
-static uint64_t join(DWORD high, DWORD low) {
-    return uint64_t{high} << 32 | low;
-}
-
-static constexpr int64_t ticks_a_second = 10'000'000;
-static constexpr int64_t seconds_from_1601_to_1970 = 11'644'473'600;
-
 int64_t host_win32_seconds(FILETIME time) {
     const uint64_t ticks = join(time.dwHighDateTime, time.dwLowDateTime);
     return static_cast<int64_t>(ticks / ticks_a_second) - seconds_from_1601_to_1970;
@@ -111,49 +192,6 @@ int64_t host_win32_seconds(FILETIME time) {
 FILETIME host_win32_file_time(int64_t seconds) {
     const int64_t ticks = (seconds + seconds_from_1601_to_1970) * ticks_a_second;
     return {static_cast<DWORD>(ticks & UINT32_MAX), static_cast<DWORD>(ticks >> 32)};
-}
-
-// Of permissions there is only the read-only attribute, which means nothing for directories. What
-// others may do is said as most systems have it, because archives keep it.
-static uint32_t mode_from(DWORD attributes) {
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-        return 0777;
-    return (attributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0644;
-}
-
-static DWORD attributes_with_mode(DWORD attributes, uint32_t mode) {
-    constexpr uint32_t owner_may_write = 0200;
-    attributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
-    if ((mode & owner_may_write) == 0)
-        attributes |= FILE_ATTRIBUTE_READONLY;
-    return attributes != 0 ? attributes : FILE_ATTRIBUTE_NORMAL;
-}
-
-static std::optional<host_status> status_of_handle(HANDLE file) {
-    host_status status;
-    BY_HANDLE_FILE_INFORMATION found;
-    if (!GetFileInformationByHandle(file, &found)) {
-        if (GetFileType(file) == FILE_TYPE_UNKNOWN)
-            return std::nullopt;
-        status.mode = 0644; // a device or a pipe
-        return status;
-    }
-    status.is_directory = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    status.is_regular = !status.is_directory && GetFileType(file) == FILE_TYPE_DISK;
-    status.size = join(found.nFileSizeHigh, found.nFileSizeLow);
-    status.device = found.dwVolumeSerialNumber;
-    status.number = join(found.nFileIndexHigh, found.nFileIndexLow);
-    status.mode = mode_from(found.dwFileAttributes);
-    status.modified = host_win32_seconds(found.ftLastWriteTime);
-    return status;
-}
-
-static std::optional<host_status> status_of_name(const char* name, bool follow_links) {
-    const errno_keeper error;
-    const scoped_handle file(host_win32_open_name(name, FILE_READ_ATTRIBUTES, follow_links));
-    if (file.is_open())
-        return status_of_handle(file.handle);
-    return std::nullopt;
 }
 
 std::optional<host_status> host_status_of(const char* name) {
@@ -165,11 +203,6 @@ std::optional<host_status> host_status_of_link(const char* name) {
     if (status && host_win32_is_link(name))
         status->is_directory = status->is_regular = false;
     return status;
-}
-
-static DWORD attributes_of(const char* name) {
-    const errno_keeper error;
-    return GetFileAttributesA(name);
 }
 
 bool host_name_taken(const char* name) {
@@ -205,19 +238,6 @@ std::optional<std::string> host_full_path(const char* name) {
     if (full.size() > root_length && full.back() == host_separator)
         full.pop_back();
     return full;
-}
-
-// Whether a reason may be gone in a moment: someone else, a virus scanner say, looks at the file.
-static bool is_passing(DWORD reason) {
-    return reason == ERROR_SHARING_VIOLATION || reason == ERROR_LOCK_VIOLATION ||
-           reason == ERROR_ACCESS_DENIED || reason == ERROR_USER_MAPPED_FILE;
-}
-
-// Whether the name is refused for what it is, for as long as it is so.
-static bool is_refused_for_good(const char* name) {
-    const DWORD attributes = attributes_of(name);
-    return attributes != INVALID_FILE_ATTRIBUTES &&
-           (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)) != 0;
 }
 
 int host_rename(const char* from, const char* to) {
@@ -301,22 +321,6 @@ std::optional<host_status> host_descriptor_status(int descriptor) {
     if (!status)
         error.fail();
     return status;
-}
-
-// As much as one call can move, also across a network.
-static DWORD piece_of(uint64_t size) {
-    return static_cast<DWORD>(std::min(size, uint64_t{1} << 24));
-}
-
-static OVERLAPPED place_at(uint64_t offset) {
-    OVERLAPPED place = {};
-    place.Offset = static_cast<DWORD>(offset & UINT32_MAX);
-    place.OffsetHigh = static_cast<DWORD>(offset >> 32);
-    return place;
-}
-
-static bool is_offset(uint64_t offset) {
-    return offset <= static_cast<uint64_t>(INT64_MAX);
 }
 
 int64_t host_read_at(int descriptor, void* buffer, size_t size, uint64_t offset) {

@@ -15,11 +15,31 @@ struct search_closer {
     void operator()(HANDLE search) const { FindClose(search); }
 };
 using search_handle = std::unique_ptr<HANDLE, search_closer>;
-
 constexpr DWORD bad_attributes = INVALID_FILE_ATTRIBUTES;
 
 bool is_directory(DWORD attributes) {
     return attributes != bad_attributes && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool is_sid_of_process(PSID sid, TOKEN_INFORMATION_CLASS which) {
+    HANDLE opened = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened))
+        return false;
+    const scoped_handle token(opened);
+    // Both records begin with a pointer to the identifier.
+    alignas(TOKEN_USER) std::byte record[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    DWORD size = 0;
+    if (!GetTokenInformation(opened, which, record, sizeof record, &size))
+        return false;
+    const PSID own = which == TokenUser ? reinterpret_cast<TOKEN_USER*>(record)->User.Sid
+                                        : reinterpret_cast<TOKEN_OWNER*>(record)->Owner;
+    return EqualSid(sid, own) != FALSE;
+}
+
+// What is read-only cannot be deleted.
+void allow_removal(const char* name, DWORD attributes) {
+    if ((attributes & FILE_ATTRIBUTE_READONLY) != 0)
+        SetFileAttributesA(name, attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
 }
 
 } // namespace
@@ -102,21 +122,6 @@ int host_set_times(const char* name, int64_t time) {
     return file.is_open() && SetFileTime(file.handle, nullptr, &ticks, &ticks) ? 0 : error.fail();
 }
 
-static bool is_sid_of_process(PSID sid, TOKEN_INFORMATION_CLASS which) {
-    HANDLE opened = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened))
-        return false;
-    const scoped_handle token(opened);
-    // Both records begin with a pointer to the identifier.
-    alignas(TOKEN_USER) std::byte record[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
-    DWORD size = 0;
-    if (!GetTokenInformation(opened, which, record, sizeof record, &size))
-        return false;
-    const PSID own = which == TokenUser ? reinterpret_cast<TOKEN_USER*>(record)->User.Sid
-                                        : reinterpret_cast<TOKEN_OWNER*>(record)->Owner;
-    return EqualSid(sid, own) != FALSE;
-}
-
 // Who may write to it is inherited from where it stands; whose it is tells who made it. What an
 // administrator makes may belong to the group of them.
 bool host_is_private_directory(const char* name) {
@@ -133,12 +138,6 @@ bool host_is_private_directory(const char* name) {
     const bool own = is_sid_of_process(owner, TokenUser) || is_sid_of_process(owner, TokenOwner);
     LocalFree(descriptor);
     return own;
-}
-
-// What is read-only cannot be deleted.
-static void allow_removal(const char* name, DWORD attributes) {
-    if ((attributes & FILE_ATTRIBUTE_READONLY) != 0)
-        SetFileAttributesA(name, attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
 }
 
 int host_remove_tree(const char* name) {

@@ -6,6 +6,70 @@
 
 #include "shared/host_win32.h"
 
+namespace {
+
+// The address of an operation that not every version of the system has.
+template <typename Function>
+Function* find_operation(const char* library, const char* name) {
+    const HMODULE module = GetModuleHandleA(library);
+    return module
+               ? reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)))
+               : nullptr;
+}
+
+// A process that a service starts may inherit a low memory priority, which would slow it down.
+void restore_memory_priority() {
+    using set_process_information = BOOL WINAPI(HANDLE, int, void*, DWORD);
+    using nt_set_information_process = LONG WINAPI(HANDLE, int, void*, ULONG);
+    constexpr int memory_priority_class = 0, nt_page_priority_class = 39;
+    ULONG priority = 5; // normal
+    if (GetPriorityClass(GetCurrentProcess()) != NORMAL_PRIORITY_CLASS)
+        return;
+    if (auto* const set =
+            find_operation<set_process_information>("KERNEL32", "SetProcessInformation"))
+        set(GetCurrentProcess(), memory_priority_class, &priority, sizeof priority);
+    else if (auto* const nt_set =
+                 find_operation<nt_set_information_process>("NTDLL", "NtSetInformationProcess"))
+        nt_set(GetCurrentProcess(), nt_page_priority_class, &priority, sizeof priority);
+}
+
+// Read by the handler, in a thread of its own, at any moment.
+std::atomic<const char*> guarded[64]; // more are never unfinished at one time
+
+void replace_guarded(const char* from, const char* to) {
+    for (std::atomic<const char*>& slot : guarded)
+        if (const char* expected = from; slot.compare_exchange_strong(expected, to))
+            return;
+}
+
+// The next handler, the system's, ends the process.
+BOOL WINAPI remove_guarded_files(DWORD) {
+    for (std::atomic<const char*>& slot : guarded)
+        if (const char* const name = slot.load()) {
+            SetFileAttributesA(name, FILE_ATTRIBUTE_NORMAL); // a protected one stays otherwise
+            DeleteFileA(name);
+        }
+    return FALSE;
+}
+
+// A file that was opened as descriptor 2 would receive the tool's messages.
+void occupy_standard_descriptors() {
+    int descriptor;
+    do
+        descriptor = _open("NUL", _O_RDWR | _O_NOINHERIT);
+    while (descriptor >= 0 && descriptor <= host_error_descriptor);
+    if (descriptor >= 0)
+        _close(descriptor);
+}
+
+bool has_console() {
+    char title[MAX_PATH];
+    SetLastError(ERROR_SUCCESS);
+    return GetConsoleTitleA(title, sizeof title) != 0 || GetLastError() != ERROR_INVALID_HANDLE;
+}
+
+} // namespace
+
 int host_win32_start_sockets() {
     static const int status = [] {
         WSADATA data;
@@ -76,66 +140,12 @@ void host_sleep(uint32_t milliseconds) {
     Sleep(milliseconds);
 }
 
-// The address of an operation that not every version of the system has.
-template <typename Function>
-static Function* find_operation(const char* library, const char* name) {
-    const HMODULE module = GetModuleHandleA(library);
-    return module
-               ? reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)))
-               : nullptr;
-}
-
-// A process that a service starts may inherit a low memory priority, which would slow it down.
-static void restore_memory_priority() {
-    using set_process_information = BOOL WINAPI(HANDLE, int, void*, DWORD);
-    using nt_set_information_process = LONG WINAPI(HANDLE, int, void*, ULONG);
-    constexpr int memory_priority_class = 0, nt_page_priority_class = 39;
-    ULONG priority = 5; // normal
-    if (GetPriorityClass(GetCurrentProcess()) != NORMAL_PRIORITY_CLASS)
-        return;
-    if (auto* const set =
-            find_operation<set_process_information>("KERNEL32", "SetProcessInformation"))
-        set(GetCurrentProcess(), memory_priority_class, &priority, sizeof priority);
-    else if (auto* const nt_set =
-                 find_operation<nt_set_information_process>("NTDLL", "NtSetInformationProcess"))
-        nt_set(GetCurrentProcess(), nt_page_priority_class, &priority, sizeof priority);
-}
-
-// Read by the handler, in a thread of its own, at any moment.
-static std::atomic<const char*> guarded[64]; // more are never unfinished at one time
-
-static void replace_guarded(const char* from, const char* to) {
-    for (std::atomic<const char*>& slot : guarded)
-        if (const char* expected = from; slot.compare_exchange_strong(expected, to))
-            return;
-}
-
 void host_guard_file(const char* name) {
     replace_guarded(nullptr, name);
 }
 
 void host_release_file(const char* name) {
     replace_guarded(name, nullptr);
-}
-
-// The next handler, the system's, ends the process.
-static BOOL WINAPI remove_guarded_files(DWORD) {
-    for (std::atomic<const char*>& slot : guarded)
-        if (const char* const name = slot.load()) {
-            SetFileAttributesA(name, FILE_ATTRIBUTE_NORMAL); // a protected one stays otherwise
-            DeleteFileA(name);
-        }
-    return FALSE;
-}
-
-// A file that was opened as descriptor 2 would receive the tool's messages.
-static void occupy_standard_descriptors() {
-    int descriptor;
-    do
-        descriptor = _open("NUL", _O_RDWR | _O_NOINHERIT);
-    while (descriptor >= 0 && descriptor <= host_error_descriptor);
-    if (descriptor >= 0)
-        _close(descriptor);
 }
 
 int host_start() {
@@ -146,12 +156,6 @@ int host_start() {
     SetErrorMode(SetErrorMode(0) | SEM_FAILCRITICALERRORS); // an empty drive asks nobody for a disk
     occupy_standard_descriptors();
     return status;
-}
-
-static bool has_console() {
-    char title[MAX_PATH];
-    SetLastError(ERROR_SUCCESS);
-    return GetConsoleTitleA(title, sizeof title) != 0 || GetLastError() != ERROR_INVALID_HANDLE;
 }
 
 // Without a console a child would be given one, in a window of its own, unless it is detached.

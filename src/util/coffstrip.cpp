@@ -9,8 +9,8 @@
 
 #include "shared/genmem.h"
 #include "shared/genmessage.h"
+#include "util/damage.h"
 #include "util/fieldimage.h"
-#include "util/report.h"
 
 namespace {
 

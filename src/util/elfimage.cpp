@@ -6,7 +6,7 @@
 #include <cinttypes>
 
 #include "shared/genmessage.h"
-#include "util/report.h"
+#include "util/damage.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cinttypes>
 #include <string>
 
-#include "util/report.h"
+#include "util/damage.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cinttypes>
 
+#include "util/damage.h"
 #include "util/elfassert.h"
-#include "util/report.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include <span>
 #include <vector>
 
+#include "objfile/elfrel.h"
 #include "util/elfimage.h"
 #include "util/elfpolicy.h"
 #include "util/elfsymbols.h"

@@ -2,8 +2,8 @@
 #include <cinttypes>
 
 #include "shared/genmessage.h"
+#include "util/damage.h"
 #include "util/elfsymbols.h"
-#include "util/report.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "objfile/elfrel.h"
 #include "objfile/elfsym.h"
 #include "shared/genexit.h"
 #include "shared/genfile.h"

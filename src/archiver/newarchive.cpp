@@ -1,5 +1,5 @@
 // Gathering, writing and renaming; and the clean-up when a run does not come that far.
-#include "archiver/output.h"
+#include "archiver/newarchive.h"
 
 #include <cerrno>
 

@@ -1,6 +1,6 @@
 // The one walk over the old archive. Whatever is wrong with it is found here, before anything is
 // written.
-#include "archiver/archive.h"
+#include "archiver/oldarchive.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -12,37 +12,11 @@
 const header_layout standard_layout = {60, {16, 12}, {28, 6}, {34, 6}, {40, 8}, {48, 10}};
 const header_layout wide_layout = {78, {16, 20}, {36, 6}, {42, 6}, {48, 8}, {56, 20}};
 
-bool put_header_field(char* header, const header_field& field, std::string_view text) {
-    if (text.size() > field.width)
-        return false;
-    std::fill_n(std::copy(text.begin(), text.end(), header + field.at), field.width - text.size(),
-                ' ');
-    return true;
-}
+namespace {
 
-bool put_header_number(char* header, const header_field& field, int64_t number) {
-    char text[21];
-    return put_header_field(header, field, gen_str64(text, number, 'd'));
-}
-
-static uint64_t largest_size(const header_layout& layout) {
+uint64_t largest_size(const header_layout& layout) {
     return &layout == &standard_layout ? INT32_MAX : INT64_MAX;
 }
-
-bool put_header_size(char* header, const header_layout& layout, uint64_t size) {
-    return size <= largest_size(layout) &&
-           put_header_number(header, layout.size, static_cast<int64_t>(size));
-}
-
-void report_misfit(const char* archive_name, const char* member_name, const header_layout& layout,
-                   uint64_t size, int64_t date) {
-    gen_error(
-        "archive '%s', member '%s': size %" PRIu64 " or date %" PRId64
-        " does not fit its header, which takes sizes up to %" PRIu64 " and dates of %u digits",
-        archive_name, member_name, size, date, largest_size(layout), unsigned{layout.date.width});
-}
-
-namespace {
 
 bool refuse(const old_archive& archive, const char* why) {
     gen_error("archive '%s': %s", archive.name, why);
@@ -168,6 +142,32 @@ bool all_have_members(const old_archive& archive, const std::vector<listed_file>
 }
 
 } // namespace
+
+bool put_header_field(char* header, const header_field& field, std::string_view text) {
+    if (text.size() > field.width)
+        return false;
+    std::fill_n(std::copy(text.begin(), text.end(), header + field.at), field.width - text.size(),
+                ' ');
+    return true;
+}
+
+bool put_header_number(char* header, const header_field& field, int64_t number) {
+    char text[21];
+    return put_header_field(header, field, gen_str64(text, number, 'd'));
+}
+
+bool put_header_size(char* header, const header_layout& layout, uint64_t size) {
+    return size <= largest_size(layout) &&
+           put_header_number(header, layout.size, static_cast<int64_t>(size));
+}
+
+void report_misfit(const char* archive_name, const char* member_name, const header_layout& layout,
+                   uint64_t size, int64_t date) {
+    gen_error(
+        "archive '%s', member '%s': size %" PRIu64 " or date %" PRId64
+        " does not fit its header, which takes sizes up to %" PRIu64 " and dates of %u digits",
+        archive_name, member_name, size, date, largest_size(layout), unsigned{layout.date.width});
+}
 
 bool read_archive(old_archive& archive, obj_history& history, const std::string& real_name,
                   const std::vector<listed_file>& files) {

@@ -1,5 +1,5 @@
 // Reports that strippers share.
-#include "util/report.h"
+#include "util/damage.h"
 
 #include <cstdarg>
 
