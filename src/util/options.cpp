@@ -1,4 +1,4 @@
-// Options: the table of spellings, the limits of the name lists, and the reconciliation.
+// Options: what those of the table do, the limits of the name lists, and the reconciliation.
 #include "util/options.h"
 
 #include <cstring>
@@ -6,112 +6,39 @@
 
 #include "shared/genexit.h"
 #include "util/elfpolicy.h"
+#include "util/optiontable.h"
 #include "util/version.h"
 
 namespace {
 
-void show_version(strip_options&) {
-    gen_plain("%s", version_stamp(VERSION_TEXT).c_str());
-}
-
-void set_output_name(strip_options& options, const char* value) {
-    options.output_name = value;
-}
-
-void set_prefixed_messages(strip_options&) {
-    gen_sink().gen_prefixed_messages = true;
-}
-
-void set_forced_kind(strip_options& options) {
-    options.forced_kind = true;
-}
-
-void remove_named_section(strip_options& options, const char* value) {
-    options.strip_flags.remove_named = true;
-    add_remove_section(options, value);
-}
-
-void prepare_intermediate_dll(strip_options& options) {
-    options.strip_flags.strip_unneeded = true;
-    options.strip_flags.secrel_reloc = true;
-    options.strip_flags.keep_used_common = true;
-    for (const char* name : {"_ctors", "_init", "_fini", "__call_dtors__Fv", "..orv.intsharedlib*"})
-        add_keep_symbol(options, name);
-}
-
-// One spelling: it sets a flag, runs a routine, or hands on the value behind it.
-struct option_row {
-    const char* spelling;
-    bool option_flags::*flag = nullptr;
-    bool setting = true;
-    void (*action)(strip_options& options) = nullptr;
-    // The spelling is a prefix then.
-    void (*value_action)(strip_options& options, const char* value) = nullptr;
-};
-
-constexpr option_row option_rows[] = {
-    {.spelling = "-prefixed_msgs", .action = set_prefixed_messages},
-    {.spelling = "-help", .action = print_usage},
-    {.spelling = "-V", .action = show_version},
-    {.spelling = "-F", .action = set_forced_kind},
-    {.spelling = "-a", .flag = &option_flags::all_unallocated},
-    {.spelling = "-vxworks", .flag = &option_flags::vxworks},
-    {.spelling = "-x", .flag = &option_flags::keep_symtab},
-    {.spelling = "-l", .flag = &option_flags::lines_only},
-    {.spelling = "-o=", .value_action = set_output_name},
-    {.spelling = "-r=", .value_action = remove_named_section},
-    {.spelling = "--remove-section=", .value_action = remove_named_section},
-    {.spelling = "-wildcards_in_secnames", .flag = &option_flags::wildcards},
-    {.spelling = "-wl=", .value_action = add_keep_symbol},
-    {.spelling = "--keep-symbol=", .value_action = add_keep_symbol},
-    {.spelling = "-bl=", .value_action = add_strip_symbol},
-    {.spelling = "--strip-symbol=", .value_action = add_strip_symbol},
-    {.spelling = "-s", .flag = &option_flags::strip_unneeded},
-    {.spelling = "--strip-unneeded", .flag = &option_flags::strip_unneeded},
-    {.spelling = "--strip-orv-debug", .flag = &option_flags::strip_orv_debug},
-    {.spelling = "--convert-to-secrel-reloc", .flag = &option_flags::secrel_reloc},
-    {.spelling = "--keep-used-common", .flag = &option_flags::keep_used_common},
-    {.spelling = "--no-keep-used-common",
-     .flag = &option_flags::keep_used_common,
-     .setting = false},
-    {.spelling = "--update-dnm", .flag = &option_flags::dont_update_dnm, .setting = false},
-    {.spelling = "--dont-update-dnm", .flag = &option_flags::dont_update_dnm},
-    {.spelling = "--idll", .action = prepare_intermediate_dll},
-    {.spelling = "-X1", .flag = &option_flags::reloc_kind_never},
-    {.spelling = "-X2", .flag = &option_flags::reloc_kind_always},
-    {.spelling = "-stripreloc", .flag = &option_flags::strip_reloc},
-    {.spelling = "-X3", .flag = &option_flags::reserved_x3},
-};
-
-const option_row* find_option(const char* argument) {
-    for (const option_row& row : option_rows) {
-        const bool matches = row.value_action
-                                 ? strncmp(argument, row.spelling, strlen(row.spelling)) == 0
-                                 : strcmp(argument, row.spelling) == 0;
-        if (matches)
-            return &row;
-    }
+const option_row* find_option(std::string_view argument) {
+    for (const option_row& row : option_table)
+        for (const std::string_view spelling : {row.spelling, row.alias}) {
+            // Empty without a value.
+            const std::string_view name = spelling.substr(0, spelling.find('=') + 1);
+            if (name.empty() ? argument == spelling : argument.starts_with(name))
+                return &row;
+        }
     return nullptr;
 }
 
-struct list_limit {
-    name_list strip_options::*names;
-    size_t limit;
-    const char* complaint; // with the limit as %d
-};
-
-constexpr list_limit remove_sections = {&strip_options::remove_section_list, 99,
-                                        "Too many -r options, limit is %d"};
-constexpr list_limit keep_symbols = {&strip_options::keep_symbol_list, 999,
-                                     "Too many --keep-symbol= options, limit is %d"};
-constexpr list_limit strip_symbols = {&strip_options::strip_symbol_list, 999,
-                                      "Too many --strip-symbol= options, limit is %d"};
-
-void add_name(strip_options& options, const list_limit& list, const char* name) {
-    name_list& names = options.*list.names;
-    if (names.count >= list.limit)
-        gen_fatal(status_failure, list.complaint, static_cast<int>(list.limit));
+// A list that is full ends the program.
+void add_name(name_list& names, unsigned limit, const char* option, const char* name) {
+    if (names.count >= limit)
+        gen_fatal(status_failure, "Too many %s options, limit is %u", option, limit);
     append_name(names, name);
+}
+
+void add_remove_section(strip_options& options, const char* name) {
+    add_name(options.remove_section_list, 99, "-r", name);
+}
+
+void add_keep_symbol(strip_options& options, const char* name) {
+    add_name(options.keep_symbol_list, 999, "--keep-symbol=", name);
+}
+
+void add_strip_symbol(strip_options& options, const char* name) {
+    add_name(options.strip_symbol_list, 999, "--strip-symbol=", name);
 }
 
 void add_default_sections(strip_options& options, std::span<const char* const> names) {
@@ -119,37 +46,41 @@ void add_default_sections(strip_options& options, std::span<const char* const> n
         add_remove_section(options, name);
 }
 
-} // namespace
-
-void parse_option(strip_options& options, const char* argument) {
-    if (options.options_frozen)
-        print_usage(options);
-    const option_row* row = find_option(argument);
-    if (!row) {
-        gen_warning("unrecognized option, %s (ignored)", argument);
-        print_usage(options);
-    } else if (row->flag) {
-        options.strip_flags.*row->flag = row->setting;
-    } else if (row->action) {
-        row->action(options);
-    } else {
-        row->value_action(options, argument + strlen(row->spelling));
+// The value is what follows "=".
+void run_option(strip_options& options, const option_row& row, const char* value) {
+    switch (row.action) {
+    case SET_FLAG:
+    case CLEAR_FLAG:
+        options.strip_flags.*row.flag = row.action == SET_FLAG;
+        return;
+    case REMOVE_SECTION:
+        options.strip_flags.remove_named = true;
+        return add_remove_section(options, value);
+    case KEEP_SYMBOL:
+        return add_keep_symbol(options, value);
+    case STRIP_SYMBOL:
+        return add_strip_symbol(options, value);
+    case PREPARE_IDLL:
+        for (const char* option :
+             {"-s", "--convert-to-secrel-reloc", "--keep-used-common", "-wl=_ctors", "-wl=_init",
+              "-wl=_fini", "-wl=__call_dtors__Fv", "-wl=..orv.intsharedlib*"})
+            parse_option(options, option);
+        return;
+    case SET_OUTPUT:
+        options.output_name = value;
+        return;
+    case FORCE_KIND:
+        options.forced_kind = true;
+        return;
+    case PREFIX_MESSAGES:
+        gen_sink().gen_prefixed_messages = true;
+        return;
+    case SHOW_VERSION:
+        return gen_plain("%s", version_stamp(VERSION_TEXT).c_str());
+    case SHOW_USAGE:
+        return print_usage(options);
     }
 }
-
-void add_remove_section(strip_options& options, const char* name) {
-    add_name(options, remove_sections, name);
-}
-
-void add_keep_symbol(strip_options& options, const char* name) {
-    add_name(options, keep_symbols, name);
-}
-
-void add_strip_symbol(strip_options& options, const char* name) {
-    add_name(options, strip_symbols, name);
-}
-
-namespace {
 
 void settle(strip_options& options) {
     option_flags& flags = options.strip_flags;
@@ -181,6 +112,18 @@ void settle(strip_options& options) {
 
 } // namespace
 
+void parse_option(strip_options& options, const char* argument) {
+    if (options.options_frozen)
+        print_usage(options);
+    if (const option_row* row = find_option(argument)) {
+        const char* const equals = strchr(argument, '=');
+        run_option(options, *row, equals ? equals + 1 : "");
+    } else {
+        gen_warning("unrecognized option, %s (ignored)", argument);
+        print_usage(options);
+    }
+}
+
 void reconcile_options(strip_options& options) {
     if (!options.options_frozen)
         settle(options);
@@ -194,13 +137,13 @@ void print_usage(strip_options& options) {
     if (options.usage_printed)
         return;
     options.usage_printed = true;
-    gen_eprintf("usage: %s [options] [files]\n"
-                "\t-a          remove all unallocated sections except .shstrtab (ELF only)\n"
-                "\t-l          strip line number information only\n"
-                "\t-r=secname  strip sections named secname\n"
-                "\t-stripreloc enable stripping of relocatable objects and libraries\n"
-                "\t-x          do not strip the symbol table\n"
-                "\t-V          display the version number\n"
-                "\t-help       display this message\n",
-                gen_program_name());
+    std::string text = std::string("usage: ") + gen_program_name() + " [options] [files]\n";
+    for (const option_row& row : option_table) {
+        if (row.place != IN_USAGE)
+            continue;
+        std::string line(row.spelling);
+        line.resize(12, ' ');
+        text.append("\t").append(line).append(row.usage.empty() ? row.brief : row.usage) += '\n';
+    }
+    gen_eprintf("%s", text.c_str());
 }

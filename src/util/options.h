@@ -39,13 +39,9 @@ struct strip_options {
     name_list strip_symbol_list;
 };
 
-// Applies one argument that begins with "-". Its text must outlive the options.
+// Applies one argument that begins with "-". Its text must outlive the options. A list of names
+// that is full ends the program with status 1.
 void parse_option(strip_options& options, const char* argument);
-
-// Each adds a name; a list that is full ends the program with status 1.
-void add_remove_section(strip_options& options, const char* name);
-void add_keep_symbol(strip_options& options, const char* name);
-void add_strip_symbol(strip_options& options, const char* name);
 
 // Before each ELF file: the first one settles conflicts, adds the default names and freezes the
 // options; the lists are prepared for matching.
