@@ -40,7 +40,7 @@ struct batch_file {
 
 struct batch {
     std::string format;
-    uint32_t choice = 0;
+    option_choice choice = 0;
     std::vector<batch_file> files;
     std::vector<std::string> arguments;
     int status = 0; // as waited for
@@ -191,7 +191,7 @@ void check_elf(const batch& run, const batch_file& file, const kept_file& after)
             "a refused file stays as it was");
     require(!is_changed || after.bytes.starts_with("\177ELF"), run, file,
             "the result is of the same kind");
-    const uint32_t harmless = option_bit("-stripreloc") | option_bit("-prefixed_msgs");
+    const option_choice harmless = option_bit("-stripreloc") | option_bit("-prefixed_msgs");
     if (worst != QUIET || (run.choice & ~harmless) != 0 || !file.said.empty())
         return;
     std::string names_before, names_after;
@@ -300,11 +300,11 @@ void run_batch(batch& run, outcome_counts& counts) {
     }
 }
 
-uint32_t random_choice(random_numbers& random, const std::string& format) {
-    uint32_t choice = 0;
+option_choice random_choice(random_numbers& random, const std::string& format) {
+    option_choice choice = 0;
     if (!random.one_in(3))
         for (uint64_t count = 1 + random.below(4); count != 0; --count)
-            choice |= uint32_t{1} << random.below(option_choices);
+            choice |= option_choice{1} << random.below(all_options().size());
     if ((format.ends_with("_rel") || format == "archive") && !random.one_in(8))
         choice |= option_bit("-stripreloc");
     return choice;

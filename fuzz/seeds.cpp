@@ -35,10 +35,10 @@ const char* const option_sets[] = {"",
                                    "-wildcards_in_secnames -r=* -o=result",
                                    "-l -vxworks -F"};
 
-uint32_t choice_of(const std::string& options) {
-    uint32_t choice = 0;
+option_choice choice_of(const std::string& options) {
+    option_choice choice = 0;
     for (const std::string& option : split(options))
-        choice |= option_bit(option.c_str());
+        choice |= option_bit(option);
     return choice;
 }
 
@@ -49,9 +49,9 @@ void put_seed(const std::string& format, const std::string& name, const std::str
     int number = 0;
     for (const char* const options : option_sets)
         write_file(root + "/inputs/" + entry, input_name + std::to_string(number++),
-                   ::number(choice_of(options), 4) + bytes);
+                   ::number(choice_of(options), choice_size) + bytes);
     if (entry != "dnm")
-        write_file(root + "/inputs/identify", input_name, ::number(0, 4) + bytes);
+        write_file(root + "/inputs/identify", input_name, ::number(0, choice_size) + bytes);
 }
 
 void put_elf_seeds() {

@@ -8,17 +8,16 @@
 #include <unistd.h>
 
 #include "shared/genmessage.h"
-#include "support/options.h"
 
 // The error stream, before it is closed to the program's messages.
 static const int report = dup(STDERR_FILENO);
 
 fuzz_input take_input(const uint8_t* data, size_t size, const std::string& magic) {
     fuzz_input input;
-    for (unsigned i = 0; i < 4 && i < size; ++i)
-        input.choice |= static_cast<uint32_t>(data[i]) << (8 * i);
-    if (size > 4)
-        input.file.assign(reinterpret_cast<const char*>(data) + 4, size - 4);
+    for (unsigned i = 0; i < choice_size && i < size; ++i)
+        input.choice |= static_cast<option_choice>(data[i]) << (8 * i);
+    if (size > choice_size)
+        input.file.assign(reinterpret_cast<const char*>(data) + choice_size, size - choice_size);
     input.file.replace(0, std::min(magic.size(), input.file.size()), magic);
     return input;
 }
@@ -51,7 +50,7 @@ void check_end(const execution& run, const std::vector<std::string>& expected) {
     require(names_in(program_tmpdir()).empty(), run, "nothing is left in the temporary directory");
 }
 
-void check_again(const std::string& name, uint32_t choice, bool has_to_be_sound) {
+void check_again(const std::string& name, option_choice choice, bool has_to_be_sound) {
     std::vector<const char*> arguments = chosen_options(choice & ~option_bit(result_option));
     arguments.push_back(name.c_str());
     const execution again = run_objtrim(arguments);

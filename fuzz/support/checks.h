@@ -6,11 +6,12 @@
 #include <vector>
 
 #include "support/files.h"
+#include "support/options.h"
 #include "support/program.h"
 
-// An input: four bytes that choose options, and a file.
+// An input: the bytes of a choice of options, and a file.
 struct fuzz_input {
-    uint32_t choice = 0;
+    option_choice choice = 0;
     std::string file;
 };
 fuzz_input take_input(const uint8_t* data, size_t size, const std::string& magic = "");
@@ -22,7 +23,7 @@ void require(bool condition, const execution& run, const char* what);
 // temporary files that a fatal end leaves.
 void check_end(const execution& run, const std::vector<std::string>& expected);
 // A second run, on the result of the first one; it finds no damage in a result that is sound.
-void check_again(const std::string& name, uint32_t choice, bool has_to_be_sound);
+void check_again(const std::string& name, option_choice choice, bool has_to_be_sound);
 void clear_directory();
 
 // One strip of an input, with the file before and after it.
