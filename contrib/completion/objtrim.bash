@@ -1,9 +1,12 @@
 # Completion of objtrim's options and files for bash.
 _objtrim() {
-    local word=$2 options='-a -F -help -l -o= -prefixed_msgs -r= -s -stripreloc -V -vxworks
-        -wildcards_in_secnames -wl= -bl= -x -X1 -X2 -X3 --convert-to-secrel-reloc
-        --dont-update-dnm --idll --keep-symbol= --keep-used-common --no-keep-used-common
-        --remove-section= --strip-orv-debug --strip-symbol= --strip-unneeded --update-dnm'
+    # made of the options: words
+    local options='-a -l -r= --remove-section= -stripreloc --strip-orv-debug -s --strip-unneeded -x
+        -vxworks -wildcards_in_secnames -wl= --keep-symbol= -bl= --strip-symbol=
+        --convert-to-secrel-reloc --keep-used-common --no-keep-used-common --idll -X1 -X2 -X3 -o=
+        --update-dnm --dont-update-dnm -F -prefixed_msgs -V -help'
+    # end of what is made
+    local word=$2
     # "=" parts words: what follows it is a word of its own, or the "=" itself.
     if [[ $word == = ]]; then
         word=
