@@ -255,8 +255,9 @@ TEST_F(host_win32, start_names_and_life) {
     const char* argv[] = {"tool", nullptr};
     int argc = 1;
     const auto start = [&] {
-        gen_init(argv[0], argc, argv, {GEN_VIEWPATH_OFF});
-        fprintf(stderr, "%s %d", gen_program_name(), gen_network_status());
+        gen_program program;
+        gen_init(program, argv[0], argc, argv, {GEN_VIEWPATH_OFF});
+        fprintf(stderr, "%s %d", gen_program_name(), program.network_status);
     };
     expect_text(start, "objtrim_tests 0");
     EXPECT_FALSE(host_user_name().empty());

@@ -1,7 +1,5 @@
 // The strip of a file depends on nothing but what it is handed: files that are stripped in four
 // threads at once come out as those that are stripped one after the other, with the same words.
-//
-// Not on Windows: the library of its compiler has no threads.
 #include <map>
 #include <thread>
 
