@@ -40,6 +40,16 @@ const char* purpose_of(std::optional<host_access> access) {
     return access == host_access::read || access == host_access::update ? "input" : "output";
 }
 
+// Bytes read; 0 at the end of the file or on a failure, which the stream remembers.
+size_t read_from_host(gen_stream& stream, std::byte* to, uint64_t size, uint64_t offset) {
+    const int64_t got = host_read_at(stream.descriptor, to, size, offset);
+    if (got < 0)
+        stream.read_error = errno;
+    if (got == 0)
+        stream.at_end = true;
+    return got > 0 ? static_cast<size_t>(got) : 0;
+}
+
 // Fills the window from `start` on. False at the end of the file or on a failure.
 bool fill_window(gen_stream& stream, uint64_t start) {
     // Memory from the slots is cleared: no more than the file can fill.
@@ -48,18 +58,11 @@ bool fill_window(gen_stream& stream, uint64_t start) {
             static_cast<size_t>(std::clamp<uint64_t>(stream.size, 512, window_limit));
         stream.window = std::make_unique_for_overwrite<std::byte[]>(stream.window_capacity);
     }
-    stream.window_length = 0;
-    const int64_t got =
-        host_read_at(stream.descriptor, stream.window.get(), stream.window_capacity, start);
-    if (got < 0)
-        stream.read_error = errno;
-    if (got == 0)
-        stream.at_end = true;
-    if (got <= 0)
-        return false;
-    stream.window_start = start;
-    stream.window_length = static_cast<size_t>(got);
-    return true;
+    stream.window_length =
+        read_from_host(stream, stream.window.get(), stream.window_capacity, start);
+    if (stream.window_length != 0)
+        stream.window_start = start;
+    return stream.window_length != 0;
 }
 
 // Bytes of the window at the stream's position and after it.
@@ -75,16 +78,6 @@ bool is_in_window(const gen_stream& stream, uint64_t start, uint64_t size) {
            size <= stream.window_length - (start - stream.window_start);
 }
 
-// A large read goes past the window. Bytes read; 0 at the end of the file or on a failure.
-uint64_t read_directly(gen_stream& stream, std::byte* to, uint64_t size) {
-    const int64_t got = host_read_at(stream.descriptor, to, size, stream.position);
-    if (got < 0)
-        stream.read_error = errno;
-    if (got == 0)
-        stream.at_end = true;
-    return got > 0 ? static_cast<uint64_t>(got) : 0;
-}
-
 // Takes bytes of a part from the stream that it is a part of.
 uint64_t read_part(gen_stream& part, void* buffer, uint64_t size) {
     const uint64_t wanted = gen_enter_part(part, size);
@@ -95,22 +88,9 @@ uint64_t read_part(gen_stream& part, void* buffer, uint64_t size) {
     return got;
 }
 
-bool multiply(uint64_t a, uint64_t b, uint64_t& product) {
-    return !__builtin_mul_overflow(a, b, &product);
-}
-
-void report_read(const char* name) {
-    if (name)
-        gen_perror("Error reading from '%s'", name);
-    else
-        gen_perror("Error reading from file");
-}
-
-void report_write(const char* name) {
-    if (name)
-        gen_perror("Error writing to '%s'", name);
-    else
-        gen_perror("Error writing to file");
+// A file as messages call it.
+std::string in_words(const char* name) {
+    return name ? "'" + std::string(name) + "'" : "file";
 }
 
 // A negative size or count is one of nothing.
@@ -118,23 +98,22 @@ uint64_t size_or_none(int32_t number) {
     return number < 0 ? 0 : static_cast<uint64_t>(number);
 }
 
-int64_t read_items(const char* name, void* buffer, uint64_t size, uint64_t count,
-                   gen_stream& stream) {
+// Bytes of so many items; 0 when there are none, or when no number says how many.
+uint64_t size_of_items(uint64_t size, uint64_t count) {
     uint64_t bytes = 0;
-    const bool sensible = size != 0 && multiply(size, count, bytes);
-    const uint64_t items = sensible ? gen_read_stream(stream, buffer, bytes) / size : 0;
-    if (items == 0)
-        report_read(name);
-    return static_cast<int64_t>(items);
+    return __builtin_mul_overflow(size, count, &bytes) ? 0 : bytes;
 }
 
-int64_t write_items(const char* name, const void* buffer, uint64_t size, uint64_t count,
-                    gen_stream& stream) {
-    uint64_t bytes = 0;
-    const bool sensible = size != 0 && multiply(size, count, bytes);
-    const uint64_t items = sensible ? gen_write_stream(stream, buffer, bytes) / size : 0;
-    if (items < count)
-        report_write(name);
+int64_t read_items(const char* routine, const char* name, void* buffer, uint64_t size,
+                   uint64_t count, gen_stream& stream) {
+    if (!buffer) {
+        gen_error("internal: null buffer passed to %s", routine);
+        return -1;
+    }
+    const uint64_t bytes = size_of_items(size, count);
+    const uint64_t items = bytes != 0 ? gen_read_stream(stream, buffer, bytes) / size : 0;
+    if (items == 0)
+        gen_perror("Error reading from %s", in_words(name).c_str());
     return static_cast<int64_t>(items);
 }
 
@@ -230,20 +209,16 @@ uint64_t gen_read_stream(gen_stream& stream, void* buffer, uint64_t size) {
     uint64_t done = 0;
     while (done < size) {
         const uint64_t wanted = size - done;
-        uint64_t got = bytes_in_window(stream);
-        if (got != 0) {
-            got = got < wanted ? got : wanted;
+        uint64_t got = std::min<uint64_t>(bytes_in_window(stream), wanted);
+        if (got != 0)
             memcpy(to + done, stream.window.get() + (stream.position - stream.window_start),
                    static_cast<size_t>(got));
-        } else if (wanted >= window_limit) {
-            got = read_directly(stream, to + done, wanted);
-            if (got == 0)
-                break;
-        } else if (fill_window(stream, stream.position)) {
+        else if (wanted >= window_limit) // a large read goes past the window
+            got = read_from_host(stream, to + done, wanted, stream.position);
+        else if (fill_window(stream, stream.position))
             continue;
-        } else {
+        if (got == 0)
             break;
-        }
         stream.position += got;
         done += got;
     }
@@ -279,8 +254,7 @@ uint64_t gen_write_stream(gen_stream& stream, const void* buffer, uint64_t size)
         stream.position += static_cast<uint64_t>(put);
         done += static_cast<uint64_t>(put);
     }
-    if (stream.position > stream.size)
-        stream.size = stream.position;
+    stream.size = std::max(stream.size, stream.position);
     return done;
 }
 
@@ -308,32 +282,28 @@ gen_stream_ptr gen_safe_fopen(const char* name, const char* kind, const char* mo
 
 int32_t gen_safe_fread(const char* name, void* buffer, int32_t size, int32_t count,
                        gen_stream* stream) {
-    if (!buffer) {
-        gen_error("internal: null buffer passed to gen_safe_fread");
-        return -1;
-    }
-    return static_cast<int32_t>(
-        read_items(name, buffer, size_or_none(size), size_or_none(count), *stream));
+    return static_cast<int32_t>(read_items("gen_safe_fread", name, buffer, size_or_none(size),
+                                           size_or_none(count), *stream));
 }
 
 int64_t gen_safe_fread64(const char* name, void* buffer, uint64_t size, uint64_t count,
                          gen_stream* stream) {
-    if (!buffer) {
-        gen_error("internal: null buffer passed to gen_safe_fread64");
-        return -1;
-    }
-    return read_items(name, buffer, size, count, *stream);
+    return read_items("gen_safe_fread64", name, buffer, size, count, *stream);
 }
 
 int32_t gen_safe_fwrite(const char* name, const void* buffer, int32_t size, int32_t count,
                         gen_stream* stream) {
     return static_cast<int32_t>(
-        write_items(name, buffer, size_or_none(size), size_or_none(count), *stream));
+        gen_safe_fwrite64(name, buffer, size_or_none(size), size_or_none(count), stream));
 }
 
 int64_t gen_safe_fwrite64(const char* name, const void* buffer, uint64_t size, uint64_t count,
                           gen_stream* stream) {
-    return write_items(name, buffer, size, count, *stream);
+    const uint64_t bytes = size_of_items(size, count);
+    const uint64_t items = bytes != 0 ? gen_write_stream(*stream, buffer, bytes) / size : 0;
+    if (items < count)
+        gen_perror("Error writing to %s", in_words(name).c_str());
+    return static_cast<int64_t>(items);
 }
 
 int gen_safe_fclose(const char* name, const char* kind, gen_stream_ptr stream) {
@@ -351,31 +321,23 @@ int gen_safe_fclose(const char* name, const char* kind, gen_stream_ptr stream) {
 }
 
 int gen_safe_fseek(const char* name, gen_stream* stream, int32_t offset, gen_origin origin) {
-    const int result = gen_seek(*stream, offset, origin);
-    if (result == 0)
-        return result;
-    if (name)
-        gen_perror_exit(status_failure, "seek failed to %d in '%s'", offset, name);
-    gen_perror_exit(status_failure, "seek failed to %d in file", offset);
+    if (gen_seek(*stream, offset, origin) == 0)
+        return 0;
+    gen_perror_exit(status_failure, "seek failed to %d in %s", offset, in_words(name).c_str());
 }
 
 int gen_safe_fseek64(const char* name, gen_stream* stream, int64_t offset, gen_origin origin) {
-    const int result = gen_seek(*stream, offset, origin);
-    if (result == 0)
-        return result;
-    const uint64_t shown = static_cast<uint64_t>(offset);
-    if (name)
-        gen_perror_exit(status_failure, "seek failed to 0x%" PRIx64 " in '%s'", shown, name);
-    gen_perror_exit(status_failure, "seek failed to 0x%" PRIx64 " in file", shown);
+    if (gen_seek(*stream, offset, origin) == 0)
+        return 0;
+    gen_perror_exit(status_failure, "seek failed to 0x%" PRIx64 " in %s",
+                    static_cast<uint64_t>(offset), in_words(name).c_str());
 }
 
 int gen_safe_fflush(const char* name, gen_stream* stream) {
     if (stream->write_error == 0)
         return 0;
     errno = stream->write_error;
-    if (name)
-        gen_perror_exit(status_failure, "Error writing to '%s'", name);
-    gen_perror_exit(status_failure, "Error writing to file");
+    gen_perror_exit(status_failure, "Error writing to %s", in_words(name).c_str());
 }
 
 int gen_set_length(const char* name, uint64_t length) {
@@ -395,13 +357,8 @@ int64_t gen_write(int descriptor, const void* buffer, uint64_t count) {
 }
 
 int32_t gen_strtoul(const char* string, const char** end, int base) {
-    if (!string) {
-        if (end)
-            *end = nullptr;
-        return 0;
-    }
     char* stop = nullptr;
-    const unsigned long value = strtoul(string, &stop, base);
+    const unsigned long value = string ? strtoul(string, &stop, base) : 0;
     if (end)
         *end = stop;
     return static_cast<int32_t>(static_cast<uint32_t>(value));
