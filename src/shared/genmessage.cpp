@@ -4,8 +4,10 @@
 // fixed buffer: only one that is too long for it takes memory.
 #include "shared/genmessage.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "shared/genmem.h"
 
@@ -26,35 +28,25 @@ const char* program_name = "";
 gen_message_sink process_sink;
 thread_local gen_message_sink* thread_sink = &process_sink;
 
-// One message under construction. Text that does not fit is dropped and remembered as cut.
+// One message under construction. What does not fit is counted all the same.
 struct message_text {
-    char text[log_capacity + 2] = {}; // room for a new-line and the NUL
+    char* text = nullptr;
+    size_t room = 0; // without the NUL
     size_t length = 0;
-    bool cut = false;
 };
 
-void append(message_text& message, const char* text) {
-    const size_t wanted = strlen(text);
-    const size_t room = log_capacity - message.length;
-    const size_t taken = wanted < room ? wanted : room;
-    memcpy(message.text + message.length, text, taken);
-    message.length += taken;
-    message.cut = message.cut || taken < wanted;
-}
-
 void append_formatted(message_text& message, const char* format, va_list arguments) {
-    const size_t room = log_capacity - message.length;
-    const int wanted = vsnprintf(message.text + message.length, room + 1, format, arguments);
-    if (wanted < 0)
-        return;
-    const size_t taken = static_cast<size_t>(wanted) < room ? static_cast<size_t>(wanted) : room;
-    message.length += taken;
-    message.cut = message.cut || taken < static_cast<size_t>(wanted);
+    const size_t at = std::min(message.length, message.room);
+    const int added = vsnprintf(message.text + at, message.room - at + 1, format, arguments);
+    message.length += static_cast<size_t>(std::max(added, 0));
 }
 
-bool ends_in_new_line(const char* format) {
-    const size_t length = strlen(format);
-    return length != 0 && format[length - 1] == '\n';
+GEN_PRINTF(2, 3)
+void append(message_text& message, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    append_formatted(message, format, arguments);
+    va_end(arguments);
 }
 
 void put(const char* text, size_t length) {
@@ -73,46 +65,34 @@ struct message_parts {
     bool new_line = false;
 };
 
-void put_long(const message_parts& parts, va_list arguments) {
-    std::string text;
+message_text compose(char* text, size_t room, const message_parts& parts, va_list arguments) {
+    message_text message = {text, room};
     for (const char* const part : {parts.name, parts.word})
         if (part)
-            text.append(part).append(": ");
-    char* const formatted = gen_vasprintf(parts.format, arguments);
-    text += formatted;
-    gen_free_slot(formatted);
-    if (parts.system_text)
-        text.append(": ").append(parts.system_text);
-    if (parts.new_line)
-        text += '\n';
-    put(text.data(), text.size());
-}
-
-void write_message(const message_parts& parts, va_list arguments) {
-    message_text message;
-    for (const char* const part : {parts.name, parts.word})
-        if (part) {
-            append(message, part);
-            append(message, ": ");
-        }
+            append(message, "%s: ", part);
     if (parts.format) {
         va_list again;
         va_copy(again, arguments);
         append_formatted(message, parts.format, again);
         va_end(again);
     }
-    if (parts.system_text) {
-        append(message, ": ");
-        append(message, parts.system_text);
+    if (parts.system_text)
+        append(message, ": %s", parts.system_text);
+    return message;
+}
+
+void write_message(const message_parts& parts, va_list arguments) {
+    char usual[log_capacity + 2]; // room for a new-line and the NUL
+    std::string longer;
+    message_text message = compose(usual, log_capacity, parts, arguments);
+    if (message.length > message.room) {
+        longer.resize(message.length + 1); // and as much here
+        message = compose(longer.data(), message.length, parts, arguments);
     }
-    if (message.cut) {
-        put_long(parts, arguments);
-    } else {
-        message.text[message.length] = '\n';
-        put(message.text, message.length + (parts.new_line ? 1 : 0));
-    }
+    message.text[message.length] = '\n';
+    put(message.text, message.length + (parts.new_line ? 1 : 0));
     fflush(stderr);
-    message.text[message.length] = '\0';
+    message.text[std::min(message.length, log_capacity)] = '\0';
     if (thread_sink->event_log)
         thread_sink->event_log(parts.word ? parts.word : "DOMESSAGE Unknown Code", message.text);
 }
@@ -153,7 +133,7 @@ void gen_message(uint32_t level, const char* format, va_list arguments) {
         parts.name = program_name;
     if (system_text_wanted && saved_errno != 0)
         parts.system_text = strerror(saved_errno);
-    parts.new_line = parts.system_text || (format && !ends_in_new_line(format));
+    parts.new_line = parts.system_text || (format && !std::string_view(format).ends_with('\n'));
 
     fflush(stdout); // so that the message follows the output that came before it
     write_message(parts, arguments);
