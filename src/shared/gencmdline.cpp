@@ -4,20 +4,21 @@
 // program's name, but before a quote it is in an argument.
 #include "shared/gencmdline.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "shared/host.h"
 
 namespace {
 
-bool is_blank(char c) {
-    return c == ' ' || c == '\t';
-}
+constexpr std::string_view blanks = " \t";
 
 size_t skip_blanks(std::string_view line, size_t at) {
-    while (at < line.size() && is_blank(line[at]))
-        ++at;
-    return at;
+    return std::min(line.find_first_not_of(blanks, at), line.size());
+}
+
+size_t find_blank(std::string_view line, size_t at) {
+    return std::min(line.find_first_of(blanks, at), line.size());
 }
 
 bool is_file(const std::string& name) {
@@ -38,30 +39,24 @@ std::optional<std::string> find_program(std::string_view text) {
 // Sets the program and returns where the arguments begin. The runtime counts text that sticks to a
 // closing quote as the program's name, so it is no argument.
 size_t split_quoted_program(std::string_view line, size_t start, std::string& program) {
-    size_t end = line.find('"', start + 1);
-    if (end == std::string_view::npos)
-        end = line.size();
+    const size_t end = std::min(line.find('"', start + 1), line.size());
     const std::string_view text = line.substr(start + 1, end - start - 1);
     program = find_program(text).value_or(std::string(text));
-    while (end < line.size() && !is_blank(line[end]))
-        ++end;
-    return end;
+    return find_blank(line, end);
 }
 
 size_t split_plain_program(std::string_view line, size_t start, std::string& program) {
-    size_t first_end = line.size();
-    for (size_t end = start + 1; end <= line.size(); ++end) {
-        if (end < line.size() && !is_blank(line[end]))
-            continue;
+    size_t end = start;
+    do {
+        end = find_blank(line, end + 1);
         if (std::optional<std::string> found = find_program(line.substr(start, end - start))) {
             program = std::move(*found);
             return end;
         }
-        if (first_end == line.size())
-            first_end = end;
-    }
-    program = line.substr(start, first_end - start);
-    return first_end;
+    } while (end < line.size());
+    end = find_blank(line, start);
+    program = line.substr(start, end - start);
+    return end;
 }
 
 // The argument that begins at `at`, which is moved behind it. 2n backslashes before a quote are n,
@@ -69,12 +64,9 @@ size_t split_plain_program(std::string_view line, size_t start, std::string& pro
 std::string next_argument(std::string_view line, size_t& at) {
     std::string argument;
     bool in_quotes = false;
-    while (at < line.size() && (in_quotes || !is_blank(line[at]))) {
-        size_t backslashes = 0;
-        while (at < line.size() && line[at] == '\\') {
-            ++backslashes;
-            ++at;
-        }
+    while (at < line.size() && (in_quotes || blanks.find(line[at]) == std::string_view::npos)) {
+        const size_t backslashes = std::min(line.find_first_not_of('\\', at), line.size()) - at;
+        at += backslashes;
         const bool at_quote = at < line.size() && line[at] == '"';
         argument.append(at_quote ? backslashes / 2 : backslashes, '\\');
         if (at_quote) {

@@ -7,6 +7,7 @@
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "shared/genmem.h"
@@ -32,8 +33,8 @@ void report(gen_message_routine slot, uint32_t level, const char* format, ...) {
 }
 
 // Straight to the descriptor: the streams may need memory. Only an interrupted write is repeated.
-void write_raw(const char* text, size_t length) {
-    while (host_write(host_error_descriptor, text, static_cast<uint32_t>(length)) < 0 &&
+void write_raw(std::string_view text) {
+    while (host_write(host_error_descriptor, text.data(), static_cast<uint32_t>(text.size())) < 0 &&
            errno == EINTR) {
     }
 }
@@ -122,18 +123,16 @@ void gen_assert_message(bool condition, const char* format, ...) {
 }
 
 void gen_out_of_memory(uint64_t size) {
-    static constexpr char before[] = "fatal: Out of memory (0x";
-    static constexpr char after[] = " bytes requested)\n";
     char digits[16];
     for (unsigned i = 0; i < sizeof digits; ++i)
         digits[i] = "0123456789ABCDEF"[size >> (4 * (sizeof digits - 1 - i)) & 0xF];
     if (const char* const name = gen_program_name(); *name) {
-        write_raw(name, strlen(name));
-        write_raw(": ", 2);
+        write_raw(name);
+        write_raw(": ");
     }
-    write_raw(before, sizeof before - 1);
-    write_raw(digits, sizeof digits);
-    write_raw(after, sizeof after - 1);
+    write_raw("fatal: Out of memory (0x");
+    write_raw({digits, sizeof digits});
+    write_raw(" bytes requested)\n");
     gen_break_hook("OUT_OF_MEM");
     gen_exit(status_no_memory);
 }

@@ -2,6 +2,7 @@
 // all of them: that is how one set of tools serves several installations.
 #include "shared/geninstall.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "shared/genfile.h"
@@ -38,8 +39,7 @@ std::optional<std::string> read_first_line(const std::string& name) {
     if (stream->read_error != 0)
         return std::nullopt;
     std::string_view text(start, static_cast<size_t>(length));
-    text = text.substr(0, text.find('\0'));
-    text = text.substr(0, text.find('\n'));
+    text = text.substr(0, std::min(text.find('\0'), text.find('\n')));
     if (text.ends_with('\r'))
         text.remove_suffix(1);
     return std::string(text);

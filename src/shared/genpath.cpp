@@ -4,6 +4,7 @@
 // stream of the file, and under POSIX rules it is a letter like any other.
 #include "shared/genpath.h"
 
+#include <algorithm>
 #include <optional>
 
 namespace {
@@ -115,12 +116,7 @@ bool gen_is_plain_name(std::string_view name) {
 }
 
 bool gen_equal_ignoring_case(std::string_view a, std::string_view b) {
-    if (a.size() != b.size())
-        return false;
-    for (size_t at = 0; at < a.size(); ++at)
-        if (lower(a[at]) != lower(b[at]))
-            return false;
-    return true;
+    return std::ranges::equal(a, b, {}, lower, lower);
 }
 
 bool gen_ends_with_ignoring_case(std::string_view text, std::string_view end) {

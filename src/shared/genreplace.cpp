@@ -5,12 +5,6 @@
 
 #include "shared/genpath.h"
 
-namespace {
-
-constexpr uint32_t set_id_bits = 06000;
-
-} // namespace
-
 std::string gen_real_name(const char* name) {
     constexpr int most_links = 40; // as many as hosts follow
     std::string real = name;
@@ -24,6 +18,7 @@ std::string gen_real_name(const char* name) {
 }
 
 int gen_copy_owner_and_mode(int descriptor, const host_status& from) {
+    constexpr uint32_t set_id_bits = 06000;
     uint32_t mode = from.mode;
     const std::optional<host_status> now = host_descriptor_status(descriptor);
     const bool same_owner = now && now->owner == from.owner && now->group == from.group;

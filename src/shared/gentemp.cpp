@@ -43,11 +43,8 @@ uint32_t next_counter(gen_temp_space& space) {
 std::string dictated_stem(gen_temp_space& space, const std::string& directory, const char* value,
                           bool is_first) {
     std::string stem = gen_join(directory, value);
-    if (is_first) {
-        if (!stem.ends_with('.'))
-            stem += '.';
-        return stem;
-    }
+    if (is_first)
+        return stem.ends_with('.') ? stem : stem + '.';
     stem.resize(stem.size() - gen_last_component(stem).size());
     append_counter(stem, next_counter(space));
     return stem;
