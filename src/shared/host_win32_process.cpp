@@ -1,9 +1,9 @@
 // The host on Windows: this process, its user and machine, other processes, time.
-#include <atomic>
 #include <ctime>
 #include <fcntl.h>
 #include <winsock2.h>
 
+#include "shared/host_guard.h"
 #include "shared/host_win32.h"
 
 namespace {
@@ -33,18 +33,9 @@ void restore_memory_priority() {
         nt_set(GetCurrentProcess(), nt_page_priority_class, &priority, sizeof priority);
 }
 
-// Read by the handler, in a thread of its own, at any moment.
-std::atomic<const char*> guarded[64]; // more are never unfinished at one time
-
-void replace_guarded(const char* from, const char* to) {
-    for (std::atomic<const char*>& slot : guarded)
-        if (const char* expected = from; slot.compare_exchange_strong(expected, to))
-            return;
-}
-
 // The next handler, the system's, ends the process.
 BOOL WINAPI remove_guarded_files(DWORD) {
-    for (std::atomic<const char*>& slot : guarded)
+    for (std::atomic<const char*>& slot : host_guarded)
         if (const char* const name = slot.load()) {
             SetFileAttributesA(name, FILE_ATTRIBUTE_NORMAL); // a protected one stays otherwise
             DeleteFileA(name);
@@ -138,14 +129,6 @@ int64_t host_time() {
 
 void host_sleep(uint32_t milliseconds) {
     Sleep(milliseconds);
-}
-
-void host_guard_file(const char* name) {
-    replace_guarded(nullptr, name);
-}
-
-void host_release_file(const char* name) {
-    replace_guarded(name, nullptr);
 }
 
 int host_start() {
