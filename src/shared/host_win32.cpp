@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <initializer_list>
 
 const host_path_rules host_paths = host_path_rules::windows;
 const char host_separator = '\\';
@@ -113,59 +114,40 @@ bool is_offset(uint64_t offset) {
 
 int host_win32_error_number(DWORD reason) {
     static const struct {
-        DWORD reason;
         int number;
+        std::initializer_list<DWORD> reasons;
     } table[] = {
-        {ERROR_FILE_NOT_FOUND, ENOENT},
-        {ERROR_PATH_NOT_FOUND, ENOENT},
-        {ERROR_TOO_MANY_OPEN_FILES, EMFILE},
-        {ERROR_ACCESS_DENIED, EACCES},
-        {ERROR_INVALID_HANDLE, EBADF},
-        {ERROR_NOT_ENOUGH_MEMORY, ENOMEM},
-        {ERROR_OUTOFMEMORY, ENOMEM},
-        {ERROR_INVALID_DRIVE, ENOENT},
-        {ERROR_CURRENT_DIRECTORY, EACCES},
-        {ERROR_NOT_SAME_DEVICE, EXDEV},
-        {ERROR_NO_MORE_FILES, ENOENT},
-        {ERROR_WRITE_PROTECT, EROFS},
-        {ERROR_NOT_READY, EIO},
-        {ERROR_CRC, EIO},
-        {ERROR_SEEK, EIO},
-        {ERROR_SECTOR_NOT_FOUND, EIO},
-        {ERROR_WRITE_FAULT, EIO},
-        {ERROR_READ_FAULT, EIO},
-        {ERROR_GEN_FAILURE, EIO},
-        {ERROR_SHARING_VIOLATION, EACCES},
-        {ERROR_LOCK_VIOLATION, EACCES},
-        {ERROR_HANDLE_DISK_FULL, ENOSPC},
-        {ERROR_BAD_NETPATH, ENOENT},
-        {ERROR_NETWORK_ACCESS_DENIED, EACCES},
-        {ERROR_BAD_NET_NAME, ENOENT},
-        {ERROR_FILE_EXISTS, EEXIST},
-        {ERROR_BROKEN_PIPE, EPIPE},
-        {ERROR_DISK_FULL, ENOSPC},
-        {ERROR_INVALID_NAME, ENOENT},
-        {ERROR_DIR_NOT_EMPTY, ENOTEMPTY},
-        {ERROR_BAD_PATHNAME, ENOENT},
-        {ERROR_BUSY, EBUSY},
-        {ERROR_ALREADY_EXISTS, EEXIST},
-        {ERROR_FILENAME_EXCED_RANGE, ENAMETOOLONG},
-        {ERROR_FILE_TOO_LARGE, EFBIG},
-        {ERROR_NO_DATA, EPIPE},
-        {ERROR_UNEXP_NET_ERR, EIO},
-        {ERROR_NETNAME_DELETED, EIO},
-        {ERROR_SEM_TIMEOUT, EIO},
-        {ERROR_NO_SYSTEM_RESOURCES, ENOMEM},
-        {ERROR_COMMITMENT_LIMIT, ENOMEM},
-        {ERROR_DIRECTORY, ENOTDIR},
-        {ERROR_DELETE_PENDING, EACCES},
-        {ERROR_IO_DEVICE, EIO},
-        {ERROR_USER_MAPPED_FILE, EACCES},
-        {ERROR_PRIVILEGE_NOT_HELD, EPERM},
-        {ERROR_CANT_RESOLVE_FILENAME, ELOOP},
+        {ENOENT,
+         {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_INVALID_DRIVE, ERROR_NO_MORE_FILES,
+          ERROR_BAD_NETPATH, ERROR_BAD_NET_NAME, ERROR_INVALID_NAME, ERROR_BAD_PATHNAME}},
+        {EMFILE, {ERROR_TOO_MANY_OPEN_FILES}},
+        {EACCES,
+         {ERROR_ACCESS_DENIED, ERROR_CURRENT_DIRECTORY, ERROR_SHARING_VIOLATION,
+          ERROR_LOCK_VIOLATION, ERROR_NETWORK_ACCESS_DENIED, ERROR_DELETE_PENDING,
+          ERROR_USER_MAPPED_FILE}},
+        {EBADF, {ERROR_INVALID_HANDLE}},
+        {ENOMEM,
+         {ERROR_NOT_ENOUGH_MEMORY, ERROR_OUTOFMEMORY, ERROR_NO_SYSTEM_RESOURCES,
+          ERROR_COMMITMENT_LIMIT}},
+        {EXDEV, {ERROR_NOT_SAME_DEVICE}},
+        {EROFS, {ERROR_WRITE_PROTECT}},
+        {EIO,
+         {ERROR_NOT_READY, ERROR_CRC, ERROR_SEEK, ERROR_SECTOR_NOT_FOUND, ERROR_WRITE_FAULT,
+          ERROR_READ_FAULT, ERROR_GEN_FAILURE, ERROR_UNEXP_NET_ERR, ERROR_NETNAME_DELETED,
+          ERROR_SEM_TIMEOUT, ERROR_IO_DEVICE}},
+        {ENOSPC, {ERROR_HANDLE_DISK_FULL, ERROR_DISK_FULL}},
+        {EEXIST, {ERROR_FILE_EXISTS, ERROR_ALREADY_EXISTS}},
+        {EPIPE, {ERROR_BROKEN_PIPE, ERROR_NO_DATA}},
+        {ENOTEMPTY, {ERROR_DIR_NOT_EMPTY}},
+        {EBUSY, {ERROR_BUSY}},
+        {ENAMETOOLONG, {ERROR_FILENAME_EXCED_RANGE}},
+        {EFBIG, {ERROR_FILE_TOO_LARGE}},
+        {ENOTDIR, {ERROR_DIRECTORY}},
+        {EPERM, {ERROR_PRIVILEGE_NOT_HELD}},
+        {ELOOP, {ERROR_CANT_RESOLVE_FILENAME}},
     };
     for (const auto& row : table)
-        if (row.reason == reason)
+        if (std::ranges::find(row.reasons, reason) != row.reasons.end())
             return row.number;
     return EINVAL;
 }
