@@ -6,18 +6,15 @@
 
 #include "shared/host.h"
 
-// Puts errno back at the end of a scope, unless the failure is to be seen.
+// Puts errno back at the end of a scope, unless a failure is to be seen.
 struct errno_keeper {
     int saved = errno;
-    bool keep = true;
-    ~errno_keeper() {
-        if (keep)
-            errno = saved;
-    }
-    // For a result of -1 on failure: shows the reason then.
+    ~errno_keeper() { errno = saved; }
+    // For a result of -1 on failure: shows the reason then, after the end of the scope.
     template <typename Result>
     Result pass(Result result) {
-        keep = result >= 0;
+        if (result < 0)
+            saved = errno;
         return result;
     }
 };

@@ -138,16 +138,15 @@ int host_set_times(const char* name, int64_t time) {
 std::optional<std::vector<std::string>> host_list_directory(const char* name) {
     errno_keeper error;
     const directory_stream stream = open_directory(AT_FDCWD, without_last_separators(name).c_str());
-    error.keep = false;
-    if (!stream)
-        return std::nullopt;
-    std::vector<std::string> names;
-    while (const dirent* const entry = next_entry(stream.get()))
-        names.emplace_back(entry->d_name);
-    if (errno != 0)
-        return std::nullopt;
-    error.keep = true;
-    return names;
+    if (stream) {
+        std::vector<std::string> names;
+        while (const dirent* const entry = next_entry(stream.get()))
+            names.emplace_back(entry->d_name);
+        if (errno == 0)
+            return names;
+    }
+    error.saved = errno;
+    return std::nullopt;
 }
 
 // What cannot be removed does not keep the rest; the first reason is the one that is told.
@@ -176,7 +175,7 @@ host_lock_outcome host_create_lock(const char* name, int& descriptor) {
         return host_lock_outcome::held;
     if (errno == EEXIST)
         return host_lock_outcome::contended;
-    error.keep = false;
+    error.saved = errno;
     return host_lock_outcome::failed;
 }
 

@@ -1,16 +1,13 @@
 // The host on POSIX systems: this process, its user and machine, other processes, time.
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <memory>
 #include <pwd.h>
 #include <spawn.h>
-#include <string_view>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,19 +43,24 @@ user_record find_user() {
     return {std::to_string(number), home != nullptr ? home : ""};
 }
 
+// The beginning of a small file, up to `limit` bytes; nothing when it cannot be read.
+std::string read_start(const std::string& name, size_t limit) {
+    std::string text(limit, '\0');
+    ssize_t length = -1;
+    if (const int file = open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY); file >= 0) {
+        length = read(file, text.data(), limit);
+        close(file);
+    }
+    text.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    return text;
+}
+
 // A process that has ended but that its parent has not asked about still takes signals.
 bool is_zombie(uint32_t id) {
 #ifdef __linux__
-    char text[512];
-    snprintf(text, sizeof text, "/proc/%u/stat", static_cast<unsigned>(id));
-    const int file = open(text, O_RDONLY | O_CLOEXEC);
-    if (file < 0)
-        return false;
-    const ssize_t length = read(file, text, sizeof text);
-    close(file);
-    const std::string_view status(text, length > 0 ? static_cast<size_t>(length) : 0);
+    const std::string status = read_start("/proc/" + std::to_string(id) + "/stat", 512);
     const size_t state = status.rfind(") "); // behind the program's name, which may hold anything
-    return state != std::string_view::npos && state + 2 < status.size() &&
+    return state != std::string::npos && state + 2 < status.size() &&
            (status[state + 2] == 'Z' || status[state + 2] == 'X');
 #else
     return id == 0;
@@ -154,14 +156,9 @@ bool host_process_is_alive(uint32_t id) {
 
 uint64_t host_machine_id() {
     const errno_keeper error;
-    char text[64];
-    ssize_t length = -1;
-    if (const int file = open("/etc/machine-id", O_RDONLY | O_CLOEXEC | O_NOCTTY); file >= 0) {
-        length = read(file, text, sizeof text);
-        close(file);
-    }
-    const std::string id =
-        length > 1 ? std::string(text, static_cast<size_t>(length)) : host_network_name();
+    std::string id = read_start("/etc/machine-id", 64);
+    if (id.size() <= 1)
+        id = host_network_name();
     uint64_t sum = 0xCBF29CE484222325; // FNV-1a
     for (const char c : id)
         sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001B3;
