@@ -67,16 +67,17 @@ bool is_kestrel_installation(gen_install_dirs& dirs) {
     return *dirs.is_kestrel;
 }
 
-// `keep` tells whether the answer holds for the rest of the run.
-std::optional<std::string> find_installdir(gen_install_dirs& dirs, int type, bool& keep) {
-    keep = true;
+// An answer that holds for the rest of the run goes to `known`, too.
+std::optional<std::string> find_installdir(gen_install_dirs& dirs, int type,
+                                           std::optional<std::string>& known) {
     std::optional<std::string> progdir = gen_getprogdir(dirs);
     if (!progdir)
         return std::nullopt;
     const std::optional<std::string> line = read_first_line(gen_join(*progdir, ".redirect_host32"));
     if (line)
-        return redirected(*line, *progdir);
-    keep = type == GEN_INSTALL_WHOLE || !is_kestrel_installation(dirs);
+        return known = redirected(*line, *progdir);
+    if (type == GEN_INSTALL_WHOLE || !is_kestrel_installation(dirs))
+        known = progdir;
     return progdir;
 }
 
@@ -100,11 +101,8 @@ std::optional<std::string> gen_getinstalldir(gen_install_dirs& dirs, int type) {
     std::optional<std::string>& entry = dirs.known[type - GEN_INSTALL_TOOLS];
     if (entry)
         return entry;
-    bool keep = false;
-    std::optional<std::string> found = find_installdir(dirs, type, keep);
+    std::optional<std::string> found = find_installdir(dirs, type, entry);
     if (!found)
         warn_of_missing_directory(dirs, "gen_getinstalldir", dirs.warned_of_directory);
-    else if (keep)
-        entry = found;
     return found;
 }

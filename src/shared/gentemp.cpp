@@ -18,16 +18,16 @@ const char* last_resort_directory() {
     return host_usable_directory(root) ? root : ".";
 }
 
-char base32_digit(uint32_t value, int bit_position) {
-    return "0123456789abcdefghijklmnopqrstuv"[(value >> bit_position) & 31];
+void append_base32(std::string& text, uint32_t value, int digits) {
+    while (digits-- > 0)
+        text += "0123456789abcdefghijklmnopqrstuv"[(value >> 5 * digits) & 31];
 }
 
 void append_counter(std::string& text, uint32_t counter) {
-    int position = 15;
-    while (position > 0 && counter >> position == 0)
-        position -= 5;
-    for (; position >= 0; position -= 5)
-        text += base32_digit(counter, position);
+    int digits = 4;
+    while (digits > 1 && counter >> 5 * (digits - 1) == 0)
+        --digits;
+    append_base32(text, counter, digits);
     text += '.';
 }
 
@@ -72,8 +72,7 @@ std::string gen_user_tmpdir(gen_temp_space& space, const char* suggested) {
 
 std::string gen_temp_stem(uint32_t process_id, uint32_t counter) {
     std::string stem = "ov_";
-    for (int position = 30; position >= 0; position -= 5)
-        stem += base32_digit(process_id, position);
+    append_base32(stem, process_id, 7);
     append_counter(stem, counter);
     return stem;
 }
