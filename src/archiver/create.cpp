@@ -2,7 +2,6 @@
 //
 // Names of up to 15 letters stand in the header with a "/" behind them, longer ones in a member
 // "// ". Members belong to nobody in particular: user and group are 0.
-#include <cinttypes>
 #include <cstring>
 
 #include "archiver/newarchive.h"
@@ -37,12 +36,11 @@ struct new_archive {
 void name_members(new_archive& archive) {
     constexpr size_t short_name = 15;
     for (const listed_file& file : archive.files) {
-        if (file.name.size() <= short_name && !is_special_name(file.name)) {
-            archive.name_fields.push_back(file.name + "/");
-            continue;
-        }
-        archive.name_fields.push_back("/" + std::to_string(archive.long_names.size()));
-        archive.long_names += file.name + "/\n";
+        const bool is_short = file.name.size() <= short_name && !is_special_name(file.name);
+        archive.name_fields.push_back(is_short ? file.name + "/"
+                                               : "/" + std::to_string(archive.long_names.size()));
+        if (!is_short)
+            archive.long_names += file.name + "/\n";
     }
     if (archive.long_names.size() % 2 != 0)
         archive.long_names += '\n';
@@ -65,13 +63,11 @@ bool put_header(const new_archive& archive, archive_output& output, const char* 
                 uint32_t mode, uint64_t size) {
     const header_layout& layout = standard_layout;
     std::string header = std::string(layout.length - 2, ' ') + "`\n";
-    char mode_text[12];
-    snprintf(mode_text, sizeof mode_text, "%" PRIo32, mode);
     const bool fits = put_header_field(header.data(), {0, 16}, name) &&
                       put_header_number(header.data(), layout.date, date) &&
-                      put_header_field(header.data(), layout.uid, "0") &&
-                      put_header_field(header.data(), layout.gid, "0") &&
-                      put_header_field(header.data(), layout.mode, mode_text) &&
+                      put_header_number(header.data(), layout.uid, 0) &&
+                      put_header_number(header.data(), layout.gid, 0) &&
+                      put_header_number(header.data(), layout.mode, mode, 8) &&
                       put_header_size(header.data(), layout, size);
     if (fits)
         put_bytes(output, header);

@@ -1,8 +1,8 @@
 // The list is read as a whole; each file in it is opened once to see what it is.
 #include "archiver/listfile.h"
 
-#include <algorithm>
 #include <cstring>
+#include <ranges>
 #include <string_view>
 
 #include "shared/genmessage.h"
@@ -100,12 +100,9 @@ void take_names(listed_file& file, gen_stream& stream, look_limits& left) {
 }
 
 bool look_at(listed_file& file, obj_history& history, look_limits& left, const char* archive_name) {
-    const gen_stream_ptr stream = gen_open(file.path.c_str(), "rb");
-    if (!stream) {
-        gen_system_error("archive '%s', member '%s': can't open file '%s'", archive_name,
-                         file.name.c_str(), file.path.c_str());
+    const gen_stream_ptr stream = open_listed(file, archive_name);
+    if (!stream)
         return false;
-    }
     const host_status& status = stream->opened;
     if (!status.is_regular) {
         gen_error("archive '%s', member '%s': '%s' is no file", archive_name, file.name.c_str(),
@@ -130,12 +127,9 @@ std::optional<std::vector<listed_file>> read_list(obj_history& history, const ch
     if (!text)
         return std::nullopt;
     std::vector<listed_file> files;
-    for (std::string_view rest = *text; !rest.empty();) {
-        const size_t end = std::min(rest.find('\n'), rest.size());
-        if (!add_line(files, rest.substr(0, end), archive_name))
+    for (const auto line : std::views::split(*text, '\n'))
+        if (!add_line(files, {line.begin(), line.end()}, archive_name))
             return std::nullopt;
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
     look_limits left;
     for (listed_file& file : files)
         if (!look_at(file, history, left, archive_name))
@@ -143,11 +137,19 @@ std::optional<std::vector<listed_file>> read_list(obj_history& history, const ch
     return files;
 }
 
+gen_stream_ptr open_listed(const listed_file& file, const char* archive_name) {
+    gen_stream_ptr stream = gen_open(file.path.c_str(), "rb");
+    if (!stream)
+        gen_system_error("archive '%s', member '%s': can't open file '%s'", archive_name,
+                         file.name.c_str(), file.path.c_str());
+    return stream;
+}
+
 partner_table make_partner_table(obj_history& history, const std::vector<listed_file>& files) {
     partner_table table = {history};
-    for (const listed_file& file : files) {
+    for (const listed_file& file : std::views::reverse(files)) {
         ++table.waiting[file.name];
-        table.queues[key_of(file.name, file.kind)].files.push_back(&file);
+        table.queues[key_of(file.name, file.kind)].push_back(&file);
     }
     return table;
 }
@@ -157,8 +159,10 @@ const listed_file* take_partner(partner_table& table, const std::string& name, g
     if (waiting == table.waiting.end() || waiting->second == 0)
         return nullptr;
     const auto queue = table.queues.find(key_of(name, kind_at(table.history, stream)));
-    if (queue == table.queues.end() || queue->second.next == queue->second.files.size())
+    if (queue == table.queues.end() || queue->second.empty())
         return nullptr;
     --waiting->second;
-    return queue->second.files[queue->second.next++];
+    const listed_file* const file = queue->second.back();
+    queue->second.pop_back();
+    return file;
 }

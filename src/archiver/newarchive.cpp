@@ -74,21 +74,15 @@ bool put_range(archive_output& output, gen_stream& input, uint64_t size) {
 }
 
 bool put_file(archive_output& output, const listed_file& file) {
-    const char* const archive_name = output.archive_name;
-    const char* const name = file.name.c_str();
-    const char* const path = file.path.c_str();
     if (file.contents.size() == file.size) {
         put_bytes(output, file.contents);
     } else {
-        const gen_stream_ptr stream = gen_open(path, "rb");
-        if (!stream) {
-            gen_system_error("archive '%s', member '%s': can't open file '%s'", archive_name, name,
-                             path);
+        const gen_stream_ptr stream = open_listed(file, output.archive_name);
+        if (!stream)
             return false;
-        }
         if (stream->size != file.size || !put_range(output, *stream, file.size)) {
-            gen_error("archive '%s', member '%s': file '%s' cannot be copied", archive_name, name,
-                      path);
+            gen_error("archive '%s', member '%s': file '%s' cannot be copied", output.archive_name,
+                      file.name.c_str(), file.path.c_str());
             return false;
         }
     }

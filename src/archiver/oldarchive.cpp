@@ -3,6 +3,7 @@
 #include "archiver/oldarchive.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cinttypes>
 #include <cstring>
 
@@ -71,6 +72,7 @@ bool note_change(old_archive& archive, const ar_member& member, const listed_fil
     change.member = static_cast<uint32_t>(archive.members.size() - 1);
     change.file = file;
     change.old_mode = member.mode;
+    change.new_size = file ? file->size : 0;
     gen_stream& stream = *archive.stream;
     const uint64_t length = archive.layout->length;
     return gen_seek(stream, -static_cast<int64_t>(length), GEN_SEEK_CUR) == 0 &&
@@ -151,9 +153,10 @@ bool put_header_field(char* header, const header_field& field, std::string_view 
     return true;
 }
 
-bool put_header_number(char* header, const header_field& field, int64_t number) {
-    char text[21];
-    return put_header_field(header, field, gen_str64(text, number, 'd'));
+bool put_header_number(char* header, const header_field& field, int64_t number, int base) {
+    char text[24];
+    const char* const end = std::to_chars(std::begin(text), std::end(text), number, base).ptr;
+    return put_header_field(header, field, {text, end});
 }
 
 bool put_header_size(char* header, const header_layout& layout, uint64_t size) {

@@ -25,7 +25,7 @@ extern const header_layout standard_layout, wide_layout;
 
 // False when the text does not fit.
 bool put_header_field(char* header, const header_field& field, std::string_view text);
-bool put_header_number(char* header, const header_field& field, int64_t number);
+bool put_header_number(char* header, const header_field& field, int64_t number, int base = 10);
 // In a standard header sizes from 2 GiB on count as negative when they are read: they do not fit.
 bool put_header_size(char* header, const header_layout& layout, uint64_t size);
 // Says that one of them does not fit.

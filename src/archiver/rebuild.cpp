@@ -3,7 +3,6 @@
 #include "archiver/rebuild.h"
 
 #include <algorithm>
-#include <cinttypes>
 
 #include "archiver/newarchive.h"
 #include "archiver/oldarchive.h"
@@ -21,11 +20,9 @@ bool patch_header(const old_archive& archive, archive_change& change) {
     const header_layout& layout = *archive.layout;
     bool fits = put_header_size(change.header, layout, change.new_size);
     if (const listed_file* const file = change.file) {
-        char mode[12];
-        snprintf(mode, sizeof mode, "%" PRIo32,
-                 (change.old_mode & ~host_mode_bits) | (file->mode & host_mode_bits));
+        const uint32_t mode = (change.old_mode & ~host_mode_bits) | (file->mode & host_mode_bits);
         fits = fits && put_header_number(change.header, layout.date, file->modified) &&
-               put_header_field(change.header, layout.mode, mode);
+               put_header_number(change.header, layout.mode, mode, 8);
     }
     if (!fits)
         report_misfit(archive.name, member_name(change), layout, change.new_size,
@@ -97,9 +94,6 @@ bool rebuild_archive(obj_history& history, gen_temp_space& temp, const char* nam
         return false;
     if (files.empty())
         return true;
-    for (archive_change& change : archive.changes)
-        if (change.file)
-            change.new_size = change.file->size;
     std::string index;
     if (archive.index && !make_index(archive, index))
         return false;

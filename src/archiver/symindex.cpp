@@ -23,10 +23,6 @@ bool refuse_index(const old_archive& archive, const char* format, ...) {
     return false;
 }
 
-bool is_before(const archive_member& member, uint64_t header) {
-    return member.header < header;
-}
-
 // Entries and names of `block`, which holds `count` positions behind the count.
 bool decode_entries(const old_archive& archive, const gen_block& block, uint32_t count,
                     symbol_index& index) {
@@ -36,8 +32,8 @@ bool decode_entries(const old_archive& archive, const gen_block& block, uint32_t
     size_t at = 0;
     for (uint32_t i = 0; i < count; ++i) {
         const uint32_t position = gen_load<uint32_t>(block.bytes.get() + 4 + size_t{i} * 4, true);
-        const auto member = std::lower_bound(archive.members.begin(), archive.members.end(),
-                                             uint64_t{position}, is_before);
+        const auto member = std::ranges::lower_bound(archive.members, uint64_t{position}, {},
+                                                     &archive_member::header);
         if (member == archive.members.end() || member->header != position)
             return refuse_index(archive, "entry %" PRIu32 " leads to 0x%" PRIx32 ", to no member",
                                 i, position);
@@ -112,9 +108,7 @@ bool add_names(const char* archive_name, symbol_index& index, uint32_t member,
 bool renew_index(const old_archive& archive, symbol_index& index) {
     symbol_index old = std::move(index);
     index = {};
-    std::stable_sort(
-        old.entries.begin(), old.entries.end(),
-        [](const index_entry& a, const index_entry& b) { return a.member < b.member; });
+    std::ranges::stable_sort(old.entries, {}, &index_entry::member);
     const std::string_view names = old.names;
     size_t at = 0;
     const auto take_until = [&](uint64_t member) {
