@@ -35,6 +35,11 @@ void elf_bad_class(elf_access& elf);
 // The low 32 bits; a value that needs more is elf_overflow.
 uint32_t elf_narrow(elf_access& elf, uint64_t value);
 
+// To the position `offset` of the stream. What fails is told of `name`, and ends the program.
+inline void elf_seek(const char* name, gen_stream& stream, uint64_t offset) {
+    gen_safe_fseek64(name, &stream, static_cast<int64_t>(offset), GEN_SEEK_SET);
+}
+
 // Fields at the stream's position. A byte past the end of the file reads as 0xFF. With the order
 // unset the wider ones are an error, and give 0 or write nothing.
 uint8_t elf_read_u8(gen_stream& stream);

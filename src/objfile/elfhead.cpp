@@ -70,23 +70,29 @@ void elf_layout(fields& f, entry& segment) requires
     f.word(segment.p_align);
 }
 
-// Reads entries `stride` bytes apart from the stream's position.
+// Reads `count` entries `entsize` bytes apart (0: the standard size) from the stream's position.
+// False when they would be smaller than the standard.
 template <class entry>
-void read_table(const elf_access& elf, gen_stream& stream, std::span<entry> table,
-                uint64_t stride) {
+bool read_table(const elf_access& elf, gen_stream& stream, std::vector<entry>& table,
+                uint32_t count, uint32_t entsize, uint32_t standard) {
+    if (entsize != 0 && entsize < standard)
+        return false;
+    table.resize(count);
+    const uint64_t stride = std::max(entsize, standard);
     const uint64_t piece_count = std::max<uint64_t>(1, piece_limit / stride);
     const gen_block piece = gen_new_block(stride * std::min<uint64_t>(piece_count, table.size()));
     for (uint64_t first = 0; first < table.size(); first += piece_count) {
-        const uint64_t count = std::min<uint64_t>(piece_count, table.size() - first);
+        const uint64_t in_piece = std::min<uint64_t>(piece_count, table.size() - first);
         // What follows the standard part of the last entry may lie outside the file.
-        const uint64_t wanted = count * stride;
+        const uint64_t wanted = in_piece * stride;
         const uint64_t got = gen_read_stream(stream, piece.bytes.get(), wanted);
         std::fill(piece.bytes.get() + got, piece.bytes.get() + wanted, std::byte{0xFF});
-        for (uint64_t i = 0; i < count; ++i) {
+        for (uint64_t i = 0; i < in_piece; ++i) {
             elf_decoder fields = elf_decode_at(elf, piece.bytes.get() + i * stride);
             elf_layout(fields, table[first + i]);
         }
     }
+    return true;
 }
 
 template <class entry>
@@ -100,11 +106,6 @@ void write_table(elf_access& elf, const char* name, gen_stream& stream,
         elf_layout(fields, table[i]);
     }
     gen_safe_fwrite64(name, block.bytes.get(), 1, block.size, &stream);
-}
-
-void seek_to(gen_stream& stream, uint64_t offset) {
-    if (offset != elf_here)
-        gen_safe_fseek64(nullptr, &stream, static_cast<int64_t>(offset), GEN_SEEK_SET);
 }
 
 // Reads the fields of one class as they stand in the file. False when the magic number is not
@@ -171,9 +172,9 @@ bool table_is_inside(const gen_stream& stream, uint64_t base, uint64_t offset, u
 int elf_class_of(gen_stream& stream, uint64_t base, const char* name) {
     const uint64_t position = stream.position;
     uint8_t e_ident[EI_NIDENT] = {};
-    gen_safe_fseek64(name, &stream, static_cast<int64_t>(base), GEN_SEEK_SET);
+    elf_seek(name, stream, base);
     gen_read_stream(stream, e_ident, sizeof e_ident);
-    gen_safe_fseek64(name, &stream, static_cast<int64_t>(position), GEN_SEEK_SET);
+    elf_seek(name, stream, position);
     if (e_ident[EI_CLASS] == ELFCLASS32)
         return 32;
     return e_ident[EI_CLASS] == ELFCLASS64 ? 64 : -1;
@@ -218,20 +219,16 @@ bool elf_read_progheaders(elf_access& elf, gen_stream& stream,
                           uint32_t entsize) {
     if (!has_class(elf))
         return false;
-    if (elf.is_64())
-        seek_to(stream, offset);
+    if (offset != elf_here && elf.is_64())
+        elf_seek(nullptr, stream, offset);
     else if (offset != elf_here)
         gen_safe_fseek(nullptr, &stream, static_cast<int32_t>(elf_narrow(elf, offset)),
                        GEN_SEEK_SET);
-    const uint32_t standard = elf_program_header_size(elf.elfbits);
-    if (entsize != 0 && entsize < standard) {
-        elf_error(elf, elf.is_64() ? "elf64_readprogheader(): phentsize"
-                                   : "elf_readprogheader(): phentsize");
-        return false;
-    }
-    table.resize(count);
-    read_table(elf, stream, std::span(table), std::max(entsize, standard));
-    return true;
+    if (read_table(elf, stream, table, count, entsize, elf_program_header_size(elf.elfbits)))
+        return true;
+    elf_error(elf, elf.is_64() ? "elf64_readprogheader(): phentsize"
+                               : "elf_readprogheader(): phentsize");
+    return false;
 }
 
 bool elf_read_secheaders(elf_access& elf, gen_stream& stream,
@@ -239,13 +236,9 @@ bool elf_read_secheaders(elf_access& elf, gen_stream& stream,
                          uint32_t entsize) {
     if (!has_class(elf))
         return false;
-    seek_to(stream, offset);
-    const uint32_t standard = elf_section_header_size(elf.elfbits);
-    if (entsize != 0 && entsize < standard)
-        return false;
-    table.resize(count);
-    read_table(elf, stream, std::span(table), std::max(entsize, standard));
-    return true;
+    if (offset != elf_here)
+        elf_seek(nullptr, stream, offset);
+    return read_table(elf, stream, table, count, entsize, elf_section_header_size(elf.elfbits));
 }
 
 void elf_write_progheaders(elf_access& elf, const char* name, gen_stream& stream,
@@ -264,17 +257,14 @@ std::optional<std::string> elf_read_section_name(gen_stream& stream, uint32_t st
     if (strings >= sechead.size() || index >= sechead.size())
         return std::nullopt;
     const uint64_t position = stream.position;
-    gen_safe_fseek64(
-        nullptr, &stream,
-        static_cast<int64_t>(base + sechead[strings].sh_offset + sechead[index].sh_name),
-        GEN_SEEK_SET);
+    elf_seek(nullptr, stream, base + sechead[strings].sh_offset + sechead[index].sh_name);
     std::optional<std::string> name(std::in_place);
     int byte = gen_getc(stream);
     for (; byte > 0; byte = gen_getc(stream))
         name->push_back(static_cast<char>(byte));
     if (byte < 0)
         name.reset();
-    gen_safe_fseek64(nullptr, &stream, static_cast<int64_t>(position), GEN_SEEK_SET);
+    elf_seek(nullptr, stream, position);
     return name;
 }
 

@@ -27,10 +27,6 @@ void elf_layout_symbol(fields& f, symbol& s, uint16_t& shndx) {
     }
 }
 
-void seek_to(const char* name, gen_stream& stream, uint64_t offset) {
-    gen_safe_fseek64(name, &stream, static_cast<int64_t>(offset), GEN_SEEK_SET);
-}
-
 // Widens the section index `shndx` of symbol `position`. False when the extended table is too
 // short.
 bool widen_index(elf_symbol& symbol, uint16_t shndx, uint64_t position,
@@ -72,7 +68,7 @@ std::optional<std::vector<elf_symbol>> elf_read_symtab(elf_access& elf, const ch
     std::vector<elf_symbol> symbols(symtab.sh_size / stride);
     const uint64_t piece_count = std::max<uint64_t>(1, piece_limit / stride);
     const gen_block piece = gen_new_block(stride * std::min<uint64_t>(piece_count, symbols.size()));
-    seek_to(name, stream, base + symtab.sh_offset);
+    elf_seek(name, stream, base + symtab.sh_offset);
     for (uint64_t first = 0; first < symbols.size(); first += piece_count) {
         const uint64_t count = std::min<uint64_t>(piece_count, symbols.size() - first);
         const uint64_t got = gen_read_stream(stream, piece.bytes.get(), count * stride);
@@ -90,7 +86,7 @@ std::optional<std::vector<elf_symbol>> elf_read_symtab(elf_access& elf, const ch
 
 std::vector<uint32_t> elf_read_shndx(elf_access& elf, const char* name, gen_stream& stream,
                                      uint64_t base, const elf_section_header& section) {
-    seek_to(name, stream, base + section.sh_offset);
+    elf_seek(name, stream, base + section.sh_offset);
     std::vector<uint32_t> words(section.sh_size / 4);
     const gen_block block = elf_read_bytes(elf, stream, words.size() * 4);
     elf_decoder fields = elf_decode_at(elf, block.bytes.get());

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "objfile/elffield.h"
 #include "shared/genmessage.h"
 
 namespace {
@@ -18,16 +19,10 @@ void report_short_read(const section_copier& copier) {
     gen_perror("Error reading from '%s'", copier.input_name);
 }
 
-void seek_both(section_copier& copier, uint64_t from, uint64_t to) {
-    gen_safe_fseek64(copier.input_name, copier.input, static_cast<int64_t>(from), GEN_SEEK_SET);
-    gen_safe_fseek64(copier.output_name, copier.output, static_cast<int64_t>(to), GEN_SEEK_SET);
-}
-
 void write_gathered(section_copier& copier) {
     if (copier.gathered_size == 0)
         return;
-    gen_safe_fseek64(copier.output_name, copier.output, static_cast<int64_t>(copier.gathered_to),
-                     GEN_SEEK_SET);
+    elf_seek(copier.output_name, *copier.output, copier.gathered_to);
     gen_safe_fwrite64(copier.output_name, copier.gathered.bytes.get(), 1, copier.gathered_size,
                       copier.output);
     copier.gathered_size = 0;
@@ -60,8 +55,7 @@ std::byte* make_room(section_copier& copier, uint64_t to, uint64_t size) {
 
 void gather(section_copier& copier) {
     std::byte* const room = make_room(copier, copier.to, copier.size);
-    gen_safe_fseek64(copier.input_name, copier.input, static_cast<int64_t>(copier.from),
-                     GEN_SEEK_SET);
+    elf_seek(copier.input_name, *copier.input, copier.from);
     const uint64_t got = gen_read_stream(*copier.input, room, copier.size);
     copier.gathered_size += got;
     if (got < copier.size)
@@ -70,7 +64,8 @@ void gather(section_copier& copier) {
 
 void copy_large(section_copier& copier) {
     write_gathered(copier);
-    seek_both(copier, copier.from, copier.to);
+    elf_seek(copier.input_name, *copier.input, copier.from);
+    elf_seek(copier.output_name, *copier.output, copier.to);
     const uint64_t done = gen_copy_stream(*copier.input, *copier.output, copier.size);
     if (done == copier.size)
         return;

@@ -23,7 +23,7 @@ struct section_copier {
     uint64_t size = 0;
 
     // The block of gathered ranges, and where in the output it belongs.
-    gen_block gathered;
+    gen_block gathered = {};
     uint64_t gathered_to = 0;
     uint64_t gathered_size = 0;
 

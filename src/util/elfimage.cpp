@@ -66,14 +66,6 @@ bool section_zero_is_sound(const elf_image& image) {
     return true;
 }
 
-bool read_section_names(elf_image& image) {
-    const elf_section_header& strings = image.sechead[image.elfhead.e_shstrndx];
-    gen_safe_fseek64(image.name, image.stream, static_cast<int64_t>(strings.sh_offset),
-                     GEN_SEEK_SET);
-    image.shstrtab = elf_read_bytes(image.elf, *image.stream, strings.sh_size);
-    return true;
-}
-
 } // namespace
 
 uint32_t section_header_stride(const elf_image& image) {
@@ -82,6 +74,11 @@ uint32_t section_header_stride(const elf_image& image) {
 
 uint32_t program_header_stride(const elf_image& image) {
     return std::max(image.elfhead.e_phentsize, elf_program_header_size(image.elf.elfbits));
+}
+
+gen_block read_section_data(elf_image& image, const elf_section_header& section) {
+    elf_seek(image.name, *image.stream, section.sh_offset);
+    return elf_read_bytes(image.elf, *image.stream, section.sh_size);
 }
 
 bool read_image(elf_image& image) {
@@ -97,7 +94,8 @@ bool read_image(elf_image& image) {
         return report_damage(image.name,
                              "e_shstrndx %" PRIu32 " is not below the section count %" PRIu32,
                              image.elfhead.e_shstrndx, image.elfhead.e_shnum);
-    if (image.sechead[image.elfhead.e_shstrndx].sh_size == 0) {
+    const elf_section_header& strings = image.sechead[image.elfhead.e_shstrndx];
+    if (strings.sh_size == 0) {
         gen_error("string table empty for '%s'", image.name);
         return false;
     }
@@ -106,7 +104,8 @@ bool read_image(elf_image& image) {
     // They carried extended numbering, which is resolved by now and made anew when writing.
     image.sechead[0].sh_size = 0;
     image.sechead[0].sh_link = 0;
-    return read_section_names(image);
+    image.shstrtab = read_section_data(image, strings);
+    return true;
 }
 
 bool names_are_sound(const elf_image& image) {
@@ -120,8 +119,7 @@ bool names_are_sound(const elf_image& image) {
 }
 
 bool lies_in_file(const elf_image& image, const elf_section_header& section) {
-    const uint64_t size = image.stream->size;
-    return section.sh_offset <= size && section.sh_size <= size - section.sh_offset;
+    return holds_table(image, section.sh_offset, section.sh_size, 1);
 }
 
 bool holds_section(const elf_image& image, uint32_t index) {

@@ -12,11 +12,11 @@
 struct elf_image {
     const char* name = nullptr; // as the user typed it
     gen_stream* stream = nullptr;
-    elf_access elf;
-    elf_file_header elfhead;
-    std::vector<elf_program_header> proghead;
-    std::vector<elf_section_header> sechead;
-    gen_block shstrtab; // a NUL stands behind its last byte
+    elf_access elf = {};
+    elf_file_header elfhead = {};
+    std::vector<elf_program_header> proghead = {};
+    std::vector<elf_section_header> sechead = {};
+    gen_block shstrtab = {}; // a NUL stands behind its last byte
 };
 
 // Moved data keeps its offset modulo this.
@@ -36,6 +36,9 @@ inline bool has_data(const elf_section_header& section) {
 // Bytes between two entries of the header tables in the file.
 uint32_t section_header_stride(const elf_image& image);
 uint32_t program_header_stride(const elf_image& image);
+
+// The section's bytes, a NUL behind the last; none after an error.
+gen_block read_section_data(elf_image& image, const elf_section_header& section);
 
 // Reads headers, tables and the section-name string table from the image's stream, which is at the
 // start of the file. False after a report: the file is not to be touched.

@@ -63,10 +63,6 @@ std::vector<elf_section_header> kept_headers(const elf_image& image, const secti
     return kept;
 }
 
-void seek_output(const output_file& output, uint64_t offset) {
-    gen_safe_fseek64(output.name, &output.stream, static_cast<int64_t>(offset), GEN_SEEK_SET);
-}
-
 // One pass over the sections' data.
 struct section_writer {
     elf_image& image;
@@ -116,7 +112,7 @@ uint64_t write_section(section_writer& writer, uint32_t index, uint64_t offset) 
         return contents.size();
     }
     flush_copies(writer.copier);
-    seek_output(writer.output, offset);
+    elf_seek(writer.output.name, writer.output.stream, offset);
     const uint64_t written = write_new_contents(writer, index);
     note_written(writer.copier, offset + written);
     return written;
@@ -148,11 +144,8 @@ uint64_t translate_offset(const elf_layout_plan& layout, const section_plan& pla
 
 void write_sections(elf_image& image, strip_plan& plan, elf_layout_plan& layout,
                     const output_file& output) {
-    section_writer writer = {image, plan, output, {}};
-    writer.copier.input_name = image.name;
-    writer.copier.input = image.stream;
-    writer.copier.output_name = output.name;
-    writer.copier.output = &output.stream;
+    section_writer writer = {
+        image, plan, output, {image.name, image.stream, output.name, &output.stream}};
     uint64_t shift = 0; // of what begins where the current section does
     uint64_t previous_offset = 0;
     for (uint32_t index : layout.offset_order) {
@@ -164,9 +157,8 @@ void write_sections(elf_image& image, strip_plan& plan, elf_layout_plan& layout,
         info.shift = shift;
         if (has_data(section)) {
             const uint64_t new_offset = section.sh_offset - shift;
-            gen_safe_fseek64(image.name, image.stream, static_cast<int64_t>(section.sh_offset),
-                             GEN_SEEK_SET);
-            seek_output(output, new_offset);
+            elf_seek(image.name, *image.stream, section.sh_offset);
+            elf_seek(output.name, output.stream, new_offset);
             const uint64_t written =
                 info.state == SECTION_REMOVED ? 0 : write_section(writer, index, new_offset);
             settle_size(section, written, alignment_unit(image), layout.shift);
@@ -179,10 +171,10 @@ void write_sections(elf_image& image, strip_plan& plan, elf_layout_plan& layout,
 void write_headers(elf_image& image, const strip_plan& plan, const elf_layout_plan& layout,
                    const output_file& output) {
     translate_headers(image, plan, layout);
-    seek_output(output, 0);
+    elf_seek(output.name, output.stream, 0);
     genelf_writeXheader(image.elf, output.name, output.stream, image.elfhead, &image.sechead[0]);
-    seek_output(output, image.elfhead.e_shoff);
+    elf_seek(output.name, output.stream, image.elfhead.e_shoff);
     elf_write_secheaders(image.elf, output.name, output.stream, kept_headers(image, plan.sections));
-    seek_output(output, image.elfhead.e_phoff);
+    elf_seek(output.name, output.stream, image.elfhead.e_phoff);
     elf_write_progheaders(image.elf, output.name, output.stream, image.proghead);
 }

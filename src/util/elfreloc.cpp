@@ -51,8 +51,7 @@ bool look_at_table(elf_image& image, relocation_plan& relocations, const relocat
     make_room(relocations.piece, table);
     std::byte* block = relocations.piece.bytes.get();
     const uint64_t most = piece_limit / table.entry_size;
-    gen_safe_fseek64(image.name, image.stream,
-                     static_cast<int64_t>(image.sechead[table.section].sh_offset), GEN_SEEK_SET);
+    elf_seek(image.name, *image.stream, image.sechead[table.section].sh_offset);
     for (uint64_t first = 0; first < table.count; first += most) {
         const uint64_t count = std::min(most, table.count - first);
         if (!elf_read_into(image.elf, *image.stream, block, count * table.entry_size) ||

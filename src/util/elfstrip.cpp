@@ -26,11 +26,11 @@ namespace {
 struct strip_job {
     const strip_options& options;
     gen_temp_space& temp;
-    const char* name = nullptr;  // as typed, for messages
+    const char* name; // as typed, for messages
+    gen_stream_ptr input;
     std::string input_name = {}; // the file itself
-    gen_stream_ptr input = {};
     host_status input_status = {};
-    elf_image image = {};
+    elf_image image = {.name = name, .stream = input.get()};
 
     std::string result_name = {};
     gen_unfinished_file unfinished = {}; // the result, until it has taken the input's place
@@ -77,7 +77,7 @@ void empty_debug_section(strip_job& job) {
         job.result_name = job.name;
         job.result = gen_safe_fopen(job.name, "ELF file", "rb+");
         const uint64_t at = image.elfhead.e_shoff + i * section_header_stride(image);
-        gen_safe_fseek64(job.name, job.result.get(), static_cast<int64_t>(at), GEN_SEEK_SET);
+        elf_seek(job.name, *job.result, at);
         elf_write_secheaders(image.elf, job.name, *job.result, {&section, 1});
         return;
     }
@@ -174,13 +174,6 @@ void strip(strip_job& job) {
     write_result(job, plan);
 }
 
-void take_input(strip_job& job, gen_stream_ptr stream, const char* name) {
-    job.name = name;
-    job.input = std::move(stream);
-    job.image.name = name;
-    job.image.stream = job.input.get();
-}
-
 } // namespace
 
 bool elf_result_replaces(const strip_options& options, const char* name) {
@@ -190,8 +183,7 @@ bool elf_result_replaces(const strip_options& options, const char* name) {
 
 void elf_strip(const strip_options& options, gen_temp_space& temp, gen_stream_ptr stream,
                const char* name) {
-    strip_job job = {.options = options, .temp = temp};
-    take_input(job, std::move(stream), name);
+    strip_job job = {options, temp, name, std::move(stream)};
     if (find_input(job))
         strip(job);
     finish(job);
@@ -199,8 +191,7 @@ void elf_strip(const strip_options& options, gen_temp_space& temp, gen_stream_pt
 
 bool elf_strip_part(const strip_options& options, gen_temp_space& temp, gen_stream_ptr stream,
                     const char* name, uint32_t mode) {
-    strip_job job = {.options = options, .temp = temp};
-    take_input(job, std::move(stream), name);
+    strip_job job = {options, temp, name, std::move(stream)};
     job.input_name = name;
     job.input_status.mode = mode;
     job.is_part = true;

@@ -42,10 +42,9 @@ std::optional<uint32_t> find_index_table(const elf_image& image, uint32_t symtab
 bool read_symbol_table(elf_image& image, uint32_t symtab_index, symbol_plan& symbols) {
     std::vector<uint32_t> words;
     const std::optional<uint32_t> index_table = find_index_table(image, symtab_index);
-    if (index_table && lies_in_file(image, image.sechead[*index_table])) {
+    if (index_table && lies_in_file(image, image.sechead[*index_table]))
         words =
             elf_read_shndx(image.elf, image.name, *image.stream, 0, image.sechead[*index_table]);
-    }
     std::optional<std::vector<elf_symbol>> table =
         elf_read_symtab(image.elf, image.name, *image.stream, 0, image.sechead[symtab_index],
                         index_table ? &words : nullptr);
@@ -60,13 +59,9 @@ bool read_symbol_table(elf_image& image, uint32_t symtab_index, symbol_plan& sym
 
 // The new string table is made from the old one, whose bytes are the section names at times.
 void read_strings(elf_image& image, uint32_t strtab_index, symbol_plan& symbols) {
-    const elf_section_header& strtab = image.sechead[strtab_index];
     const bool are_section_names = strtab_index == image.elfhead.e_shstrndx;
-    if (!are_section_names) {
-        gen_safe_fseek64(image.name, image.stream, static_cast<int64_t>(strtab.sh_offset),
-                         GEN_SEEK_SET);
-        symbols.strtab = elf_read_bytes(image.elf, *image.stream, strtab.sh_size);
-    }
+    if (!are_section_names)
+        symbols.strtab = read_section_data(image, image.sechead[strtab_index]);
     const gen_block& strings = are_section_names ? image.shstrtab : symbols.strtab;
     symbols.strings = prepare_strings(strings.text(), strings.size);
 }
