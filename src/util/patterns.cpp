@@ -7,11 +7,9 @@ namespace {
 
 constexpr uint32_t root = 0;
 
-uint32_t& edge(pattern_set& set, uint32_t state, uint8_t byte_class) {
-    return set.next[size_t{state} * set.class_count + byte_class];
-}
-
-uint32_t edge(const pattern_set& set, uint32_t state, uint8_t byte_class) {
+// Of a set that may be changed, the edge may be changed too.
+template <class some_set>
+auto& edge(some_set& set, uint32_t state, uint32_t byte_class) {
     return set.next[size_t{state} * set.class_count + byte_class];
 }
 
@@ -49,15 +47,14 @@ void insert(pattern_set& set, std::string_view pattern) {
     set.shortest[state] = static_cast<uint32_t>(pattern.size());
 }
 
-void build_trie(pattern_set& set) {
+void build_trie(pattern_set& set, pattern_use use) {
     assign_classes(set);
     set.next.clear();
     set.shortest.clear();
     new_state(set);
     for (std::string_view pattern : set.patterns)
         insert(set, pattern);
-    set.has_trie = true;
-    set.has_fall_backs = false;
+    set.ready_for = use;
 }
 
 // Gives every state an edge for every class: where the trie has none, that of the longest proper
@@ -66,7 +63,7 @@ void add_fall_backs(pattern_set& set) {
     std::vector<uint32_t> fall_back(set.shortest.size(), root);
     std::vector<uint32_t> queue;
     for (uint32_t c = 0; c < set.class_count; ++c)
-        if (const uint32_t child = edge(set, root, static_cast<uint8_t>(c)); child != root)
+        if (const uint32_t child = edge(set, root, c); child != root)
             queue.push_back(child);
     for (size_t at = 0; at < queue.size(); ++at) {
         const uint32_t state = queue[at];
@@ -75,8 +72,8 @@ void add_fall_backs(pattern_set& set) {
         if (inherited != 0) // a suffix is shorter than any pattern that ends only here
             set.shortest[state] = inherited;
         for (uint32_t c = 0; c < set.class_count; ++c) {
-            uint32_t& child = edge(set, state, static_cast<uint8_t>(c));
-            const uint32_t around = edge(set, suffix, static_cast<uint8_t>(c));
+            uint32_t& child = edge(set, state, c);
+            const uint32_t around = edge(set, suffix, c);
             if (child == root) {
                 child = around;
             } else {
@@ -92,11 +89,9 @@ size_t byte_pair(std::string_view text, size_t at) {
 }
 
 void measure_patterns(pattern_set& set) {
-    const auto shorter = [](std::string_view a, std::string_view b) { return a.size() < b.size(); };
-    const auto [least, most] =
-        std::minmax_element(set.patterns.begin(), set.patterns.end(), shorter);
-    set.shortest_length = least->size();
-    set.longest_length = most->size();
+    const auto [shortest, longest] = std::ranges::minmax(set.patterns, {}, std::ranges::size);
+    set.shortest_length = shortest.size();
+    set.longest_length = longest.size();
 }
 
 size_t window_of(const pattern_set& set) {
@@ -136,23 +131,21 @@ size_t next_candidate(const pattern_set& set, std::string_view text, size_t at) 
 
 void add_pattern(pattern_set& set, std::string_view pattern) {
     set.patterns.push_back(pattern);
-    set.has_trie = false;
-    set.has_fall_backs = false;
+    set.ready_for = PATTERN_NOTHING;
 }
 
 void prepare_beginnings(pattern_set& set) {
-    if (!set.patterns.empty() && (!set.has_trie || set.has_fall_backs))
-        build_trie(set);
+    if (!set.patterns.empty() && set.ready_for != PATTERN_BEGINNINGS)
+        build_trie(set, PATTERN_BEGINNINGS);
 }
 
 void prepare_search(pattern_set& set) {
-    if (set.patterns.empty() || set.has_fall_backs)
+    if (set.patterns.empty() || set.ready_for == PATTERN_SEARCH)
         return;
-    build_trie(set);
+    build_trie(set, PATTERN_SEARCH);
     add_fall_backs(set);
     measure_patterns(set);
     make_skips(set);
-    set.has_fall_backs = true;
 }
 
 bool begins_with_pattern(const pattern_set& set, const char* text) {

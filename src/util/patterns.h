@@ -13,11 +13,13 @@
 #include <string_view>
 #include <vector>
 
+// What a set has been prepared for: a trie of its own for each of the two.
+enum pattern_use { PATTERN_NOTHING, PATTERN_BEGINNINGS, PATTERN_SEARCH };
+
 struct pattern_set {
     std::vector<std::string_view> patterns; // not empty ones
-    bool has_trie = false;
-    bool has_fall_backs = false; // no use for begins_with_pattern any more
-    uint8_t class_of[256] = {};  // 0 for a byte that no pattern uses
+    pattern_use ready_for = PATTERN_NOTHING;
+    uint8_t class_of[256] = {}; // 0 for a byte that no pattern uses
     uint32_t class_count = 1;
     std::vector<uint32_t> next;     // by state * class_count + class
     std::vector<uint32_t> shortest; // by state: length of the shortest pattern that ends here, or 0
