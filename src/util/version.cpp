@@ -47,14 +47,9 @@ std::string after(const std::string& text, size_t count) {
 // Whether the text still is the one that the stamp begins with. A text that was cut off within it,
 // at a blank, counts as the same.
 bool is_unchanged(const std::string& marked, std::string_view initial) {
-    for (size_t i = 0; i < stamp_width; ++i) {
-        const char expected = i < initial.size() ? initial[i] : ' ';
-        if (i >= marked.size())
-            return expected == ' ';
-        if (marked[i] != expected)
-            return false;
-    }
-    return true;
+    std::string whole(initial);
+    whole.resize(stamp_width, ' ');
+    return whole.starts_with(marked) && whole[marked.size()] == ' ';
 }
 
 std::string open_stamp(const stamp_field& field, std::string_view initial, int mode) {
