@@ -124,10 +124,8 @@ elf_layout_plan order_by_offset(const elf_image& image) {
     elf_layout_plan layout;
     layout.offset_order.resize(image.sechead.size());
     std::iota(layout.offset_order.begin(), layout.offset_order.end(), 0U);
-    std::stable_sort(layout.offset_order.begin(), layout.offset_order.end(),
-                     [&image](uint32_t a, uint32_t b) {
-                         return image.sechead[a].sh_offset < image.sechead[b].sh_offset;
-                     });
+    std::ranges::stable_sort(layout.offset_order, {},
+                             [&image](uint32_t index) { return image.sechead[index].sh_offset; });
     return layout;
 }
 

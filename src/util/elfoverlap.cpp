@@ -37,8 +37,7 @@ std::vector<claimed_range> claimed_ranges(const elf_image& image, const section_
         if (has_data(section))
             ranges.push_back(claim(section.sh_offset, section.sh_size, i, removed));
     }
-    std::sort(ranges.begin(), ranges.end(),
-              [](const claimed_range& a, const claimed_range& b) { return a.start < b.start; });
+    std::ranges::sort(ranges, {}, &claimed_range::start);
     return ranges;
 }
 

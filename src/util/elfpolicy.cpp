@@ -7,8 +7,7 @@
 namespace {
 
 bool is_one_of(const char* name, std::initializer_list<const char*> names) {
-    return std::any_of(names.begin(), names.end(),
-                       [name](const char* other) { return strcmp(name, other) == 0; });
+    return std::ranges::any_of(names, [=](const char* other) { return strcmp(name, other) == 0; });
 }
 
 // How much of the name does not count. A relocation section is judged by the name of the section

@@ -23,17 +23,19 @@ enum class verdict {
 };
 
 struct rewrite_job {
-    const option_flags& flags;
+    const strip_options& options;
     elf_image& image;
     const section_plan& plan;
     symbol_plan& symbols;
-    std::vector<section_symbol> section_symbols;
-    name_judge keep;
-    name_judge strip;
+    const option_flags& flags = options.strip_flags;
+    std::vector<section_symbol> section_symbols = {};
+    name_judge keep = make_judge(options.keep_symbol_list, symbols.strings.old);
+    name_judge strip = make_judge(options.strip_symbol_list, symbols.strings.old);
     bool shared_strings = false;
-    std::vector<uint32_t> old_names; // shared strings: every section's sh_name in the input
-    std::vector<std::optional<uint32_t>> equal_names; // ... and an st_name that says the same
-    std::vector<uint32_t> section_names; // the same for sections whose name is still to be placed
+    std::vector<uint32_t> old_names = {}; // shared strings: every section's sh_name in the input
+    std::vector<std::optional<uint32_t>> equal_names = {}; // ... and an st_name that says the same
+    // The same for sections whose name is still to be placed.
+    std::vector<uint32_t> section_names = {};
 };
 
 uint32_t section_count(const rewrite_job& job) {
@@ -174,16 +176,7 @@ void place_section_names(rewrite_job& job) {
 
 void rewrite_symbols(const strip_options& options, elf_image& image, const section_plan& plan,
                      symbol_plan& symbols) {
-    rewrite_job job = {.flags = options.strip_flags,
-                       .image = image,
-                       .plan = plan,
-                       .symbols = symbols,
-                       .section_symbols = {},
-                       .keep = make_judge(options.keep_symbol_list, symbols.strings.old),
-                       .strip = make_judge(options.strip_symbol_list, symbols.strings.old),
-                       .old_names = {},
-                       .equal_names = {},
-                       .section_names = {}};
+    rewrite_job job = {options, image, plan, symbols};
     record_section_symbols(job);
     begin_shared_strings(job);
     uint32_t new_count = 0;
