@@ -63,91 +63,80 @@ uint64_t section_header_size(const coff_form& form) {
     return 8 + addresses + counts + 4 + (form.ti ? 4 : 0);
 }
 
-coff_header read_header(field_image& image, const coff_form& form) {
-    coff_header header;
-    header.f_magic = image.get16();
-    header.f_nscns = image.get16();
-    header.f_timdat = image.get32();
-    header.f_symptr = image.get32();
-    header.f_nsyms = image.get32();
-    header.f_opthdr = image.get16();
-    header.f_flags = image.get16();
-    if (form.ti)
-        header.target_id = image.get16();
-    return header;
-}
+// coff_reader and coff_writer have the same routines, so that a layout is written once, as a
+// template over either.
+struct coff_reader {
+    field_image& image;
+    const coff_form& form;
 
-void write_header(field_image& image, const coff_form& form, const coff_header& header) {
-    image.put16(header.f_magic);
-    image.put16(header.f_nscns);
-    image.put32(header.f_timdat);
-    image.put32(header.f_symptr);
-    image.put32(header.f_nsyms);
-    image.put16(header.f_opthdr);
-    image.put16(header.f_flags);
-    if (form.ti)
-        image.put16(header.target_id);
-}
-
-// The high word says nothing unless it is more than the sign of the low one.
-uint32_t read_address(field_image& image, const coff_form& form) {
-    const uint32_t low = image.get32();
-    const uint32_t high = form.wide_entries ? image.get32() : 0;
-    const bool sign_extension = high == UINT32_MAX && (low & 0x80000000) != 0;
-    if (high != 0 && !sign_extension)
-        gen_warning("64-bit entries not supported!");
-    return low;
-}
-
-uint32_t read_count(field_image& image, const coff_form& form) {
-    if (form.ti)
-        return image.get32();
-    if (form.wide_counts)
-        image.get16();
-    return image.get16();
-}
-
-coff_section read_section(field_image& image, const coff_form& form) {
-    coff_section section;
-    for (uint8_t& byte : section.s_name)
-        byte = image.get8();
-    for (uint32_t& address : section.addresses)
-        address = read_address(image, form);
-    section.s_nreloc = read_count(image, form);
-    section.s_nlnno = read_count(image, form);
-    section.s_flags = image.get32();
-    if (form.ti) {
-        section.reserved = image.get16();
-        section.page = image.get16();
+    void u8(uint8_t& field) { field = image.get8(); }
+    void u16(uint16_t& field) { field = image.get16(); }
+    void u32(uint32_t& field) { field = image.get32(); }
+    void end_of_name(bool) {}
+    // The high word says nothing unless it is more than the sign of the low one.
+    void address(uint32_t& low) {
+        low = image.get32();
+        const uint32_t high = form.wide_entries ? image.get32() : 0;
+        const bool sign_extension = high == UINT32_MAX && (low & 0x80000000) != 0;
+        if (high != 0 && !sign_extension)
+            gen_warning("64-bit entries not supported!");
     }
-    return section;
-}
-
-// Four zero bytes, and an offset into the string table.
-bool is_long_name(const coff_section& section) {
-    return std::all_of(section.s_name, section.s_name + 4, [](uint8_t byte) { return byte == 0; });
-}
+    void count(uint32_t& field) {
+        if (form.wide_counts && !form.ti)
+            image.get16();
+        field = form.ti ? image.get32() : image.get16();
+    }
+};
 
 // Every field in its standard width, whatever it had; but a name that stands in the header is
 // written with the zero that ends it, which makes the header a byte longer.
-void write_section(field_image& image, const coff_form& form, const coff_section& section) {
-    for (uint8_t byte : section.s_name)
-        image.put8(byte);
-    if (!is_long_name(section))
-        image.put8(0);
-    for (uint32_t address : section.addresses)
-        image.put32(address);
-    if (form.ti) {
-        image.put32(section.s_nreloc);
-        image.put32(section.s_nlnno);
-    } else {
-        image.put16(static_cast<uint16_t>(section.s_nreloc));
-        image.put16(static_cast<uint16_t>(section.s_nlnno));
+struct coff_writer {
+    field_image& image;
+    const coff_form& form;
+
+    void u8(uint8_t field) { image.put8(field); }
+    void u16(uint16_t field) { image.put16(field); }
+    void u32(uint32_t field) { image.put32(field); }
+    void end_of_name(bool is_long) {
+        if (!is_long)
+            image.put8(0);
     }
-    image.put32(section.s_flags);
-    if (form.ti) {
-        image.put16(section.reserved);
-        image.put16(section.page);
+    void address(uint32_t field) { image.put32(field); }
+    void count(uint32_t field) {
+        if (form.ti)
+            image.put32(field);
+        else
+            image.put16(static_cast<uint16_t>(field));
+    }
+};
+
+template <class fields, class header>
+void layout_header(fields f, header& h) {
+    f.u16(h.f_magic);
+    f.u16(h.f_nscns);
+    f.u32(h.f_timdat);
+    f.u32(h.f_symptr);
+    f.u32(h.f_nsyms);
+    f.u16(h.f_opthdr);
+    f.u16(h.f_flags);
+    if (f.form.ti)
+        f.u16(h.target_id);
+}
+
+// A long name is four zero bytes, and an offset into the string table.
+template <class fields, class section>
+void layout_section(fields f, section& s) {
+    for (auto& byte : s.s_name)
+        f.u8(byte);
+    f.end_of_name(std::all_of(s.s_name, s.s_name + 4, [](uint8_t byte) { return byte == 0; }));
+    for (auto& address : s.addresses)
+        f.address(address);
+    f.count(s.s_nreloc);
+    f.count(s.s_nlnno);
+    f.u32(s.s_flags);
+    if (f.form.ti) {
+        f.u16(s.reserved);
+        f.u16(s.page);
     }
 }
 
@@ -162,7 +151,8 @@ struct coff_plan {
 int32_t lowest_line_pointer(field_image& image, const coff_form& form, uint16_t count) {
     std::optional<int32_t> lowest;
     for (unsigned i = 0; i < count; ++i) {
-        const coff_section section = read_section(image, form);
+        coff_section section;
+        layout_section(coff_reader{image, form}, section);
         const int32_t pointer = static_cast<int32_t>(section.addresses[s_lnnoptr]);
         if (section.s_nlnno != 0)
             lowest = lowest ? std::min(*lowest, pointer) : pointer;
@@ -212,11 +202,12 @@ void clear_line_numbers(field_image& image, const coff_form& form, const coff_he
     image.at = plan.sections_at;
     for (unsigned i = 0; i < header.f_nscns; ++i) {
         const uint64_t start = image.at;
-        coff_section section = read_section(image, form);
+        coff_section section;
+        layout_section(coff_reader{image, form}, section);
         section.addresses[s_lnnoptr] = 0;
         section.s_nlnno = 0;
         image.at = start;
-        write_section(image, form, section);
+        layout_section(coff_writer{image, form}, section);
     }
 }
 
@@ -269,7 +260,8 @@ std::optional<uint64_t> strip_in_place(gen_stream& stream, const char* name, con
                       header_size(form), stream.size);
         return std::nullopt;
     }
-    coff_header header = read_header(first, form);
+    coff_header header;
+    layout_header(coff_reader{first, form}, header);
     if (header.f_nsyms == 0) {
         gen_warning("%s has no symbols", name);
         return std::nullopt;
@@ -286,7 +278,7 @@ std::optional<uint64_t> strip_in_place(gen_stream& stream, const char* name, con
     header.f_symptr = plan.cut_at;
     header.f_nsyms = 0;
     image.at = 0;
-    write_header(image, form, header);
+    layout_header(coff_writer{image, form}, header);
     if (plan.lines_at != 0)
         clear_line_numbers(image, form, header, plan);
 
