@@ -13,6 +13,18 @@ bool is_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
+// The number that the field begins with.
+uint64_t leading_number(std::string_view field, unsigned base) {
+    uint64_t value = 0;
+    for (const char c : field) {
+        const unsigned digit = static_cast<unsigned>(c - '0');
+        if (digit >= base)
+            break;
+        value = value * base + digit;
+    }
+    return value;
+}
+
 } // namespace
 
 int64_t ar_decimal(std::string_view field) {
@@ -21,23 +33,12 @@ int64_t ar_decimal(std::string_view field) {
     const bool negative = field.starts_with('-');
     if (negative || field.starts_with('+'))
         field.remove_prefix(1);
-    uint64_t value = 0;
-    for (const char c : field) {
-        if (c < '0' || c > '9')
-            break;
-        value = value * 10 + static_cast<uint64_t>(c - '0');
-    }
+    const uint64_t value = leading_number(field, 10);
     return static_cast<int64_t>(negative ? 0 - value : value);
 }
 
 uint32_t ar_octal(std::string_view field) {
-    uint32_t value = 0;
-    for (const char c : field) {
-        if (c < '0' || c > '7')
-            break;
-        value = value << 3 | static_cast<uint32_t>(c - '0');
-    }
-    return value;
+    return static_cast<uint32_t>(leading_number(field, 8));
 }
 
 std::string_view ar_without_trailing_space(std::string_view text) {

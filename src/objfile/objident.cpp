@@ -57,29 +57,14 @@ bool begins_with(const candidate& file, uint32_t big_endian_word) {
 }
 
 verdict identify_archive(candidate& file) {
-    objinfo& record = file.record;
-    switch (archive_magic_kind(&file.stream, file.name)) {
-    case OBJ_MAGIC_NONE:
+    const obj_archive_magic magic = archive_magic_kind(&file.stream, file.name);
+    if (magic == OBJ_MAGIC_NONE)
         return NOT_THIS;
-    case OBJ_MAGIC_IMITATED: // keeps the kind of the file before
-        break;
-    case OBJ_MAGIC_ARCH:
-        record.kind = OBJ_ARCHIVE;
-        break;
-    case OBJ_MAGIC_AIX:
-        record.kind = OBJ_AIXARCHIVE;
-        break;
-    case OBJ_MAGIC_ELFA:
-        record.kind = OBJ_ELFARCHIVE;
-        break;
-    case OBJ_MAGIC_ARCH64:
-        record.kind = OBJ_ARCHIVE64;
-        break;
-    case OBJ_MAGIC_DAMAGED:
-        record.kind = OBJ_UNKNOWN;
-        break;
-    }
-    record.target = 0;
+    // An imitation has no row: it keeps the kind of the file before.
+    for (const obj_archive_row& row : obj_archive_rows)
+        if (row.result == magic)
+            file.record.kind = row.kind;
+    file.record.target = 0;
     return RECOGNISED;
 }
 
@@ -163,7 +148,7 @@ verdict identify_elf(candidate& file) {
     return RECOGNISED;
 }
 
-void take_coff_machine(objinfo& record, const obj_coff_row& row) {
+void take_target(objinfo& record, const auto& row) {
     record.target = row.target;
     record.code_big_endian = row.big_endian;
     record.big_endian = row.big_endian;
@@ -181,7 +166,7 @@ std::optional<uint64_t> read_pe_header(candidate& file) {
     for (uint8_t& byte : machine)
         byte = elf_read_u8(file.stream);
     if (const obj_coff_row* const row = obj_find_coff_row(machine))
-        take_coff_machine(file.record, *row);
+        take_target(file.record, *row);
     return offset + 4;
 }
 
@@ -201,7 +186,7 @@ verdict identify_coff(candidate& file) {
     const obj_coff_row* const row = obj_find_coff_row(magic);
     if (!row)
         return NOT_THIS;
-    take_coff_machine(file.record, *row);
+    take_target(record, *row);
     record.machine = row->machine;
     record.kind = row->kind;
     record.sym_entry_size = row->sym_entry_size;
@@ -223,13 +208,10 @@ verdict identify_aout(candidate& file) {
     const obj_aout_row* const row = obj_find_aout_row(file.lead);
     if (!row)
         return NOT_THIS;
+    take_target(record, *row);
+    record.machine = row->machine;
     record.kind = OBJ_AOUT;
     record.sym_entry_size = 12;
-    record.machine = row->machine;
-    record.target = row->target;
-    record.code_big_endian = row->big_endian;
-    record.big_endian = row->big_endian;
-    record.class_bits = 32;
     record.flags = 0;
     record.file_type = OBJ_TYPE_UNKNOWN;
     return RECOGNISED;

@@ -15,10 +15,14 @@ constexpr bool LITTLE = false;
 
 // Whole magics first; the forms with a carriage return only say that the file is damaged.
 constexpr obj_archive_row archive_rows[] = {
-    {"!<arch>\n", OBJ_MAGIC_ARCH},      {"<aiaff>\n", OBJ_MAGIC_AIX},
-    {"!<elfa>\n", OBJ_MAGIC_ELFA},      {"!<arch64>\n", OBJ_MAGIC_ARCH64},
-    {"!<arch>\r\n", OBJ_MAGIC_DAMAGED}, {"!<elfa>\r\n", OBJ_MAGIC_DAMAGED},
-    {"<aiaff>\r\n", OBJ_MAGIC_DAMAGED}, {"!<arch64>\r\n", OBJ_MAGIC_DAMAGED},
+    {"!<arch>\n", OBJ_MAGIC_ARCH, OBJ_ARCHIVE},
+    {"<aiaff>\n", OBJ_MAGIC_AIX, OBJ_AIXARCHIVE},
+    {"!<elfa>\n", OBJ_MAGIC_ELFA, OBJ_ELFARCHIVE},
+    {"!<arch64>\n", OBJ_MAGIC_ARCH64, OBJ_ARCHIVE64},
+    {"!<arch>\r\n", OBJ_MAGIC_DAMAGED, OBJ_UNKNOWN},
+    {"!<elfa>\r\n", OBJ_MAGIC_DAMAGED, OBJ_UNKNOWN},
+    {"<aiaff>\r\n", OBJ_MAGIC_DAMAGED, OBJ_UNKNOWN},
+    {"!<arch64>\r\n", OBJ_MAGIC_DAMAGED, OBJ_UNKNOWN},
 };
 
 // Bytes, machine, target, order, kind, symbol entry size; and what the number stands for, where a

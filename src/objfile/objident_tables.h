@@ -14,6 +14,7 @@ constexpr uint32_t obj_archive_magic_size = 11;
 struct obj_archive_row {
     const char* text;
     obj_archive_magic result;
+    obj_kind kind;
 };
 
 struct obj_coff_row {
