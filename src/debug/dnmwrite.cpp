@@ -1,8 +1,8 @@
 // Writing a debug-name-map back: the header and the "Sections" table anew, all other tables as
 // ranges of the input. Where everything goes is known before the first byte is written.
-#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
+#include <map>
 #include <optional>
 #include <utility>
 
@@ -106,22 +106,17 @@ bool shares_place_with_sections(const dnm_map& map, dnm_table_id index) {
 
 // Tables that share a place in the input share one in the output.
 void place_tables(write_job& job, uint64_t at) {
-    std::vector<std::pair<uint64_t, int64_t>> placed; // from where in the input, to where
+    std::map<uint64_t, int64_t> placed; // from where in the input, to where
     for (const dnm_family& family : dnm_families)
         for (dnm_table_id index : family.tables) {
             dnm_table& table = job.map.header.tables[index];
-            const auto same =
-                std::find_if(placed.begin(), placed.end(), [&table](const auto& other) {
-                    return table.max > 0 && other.first == table.start;
-                });
-            if (same != placed.end()) {
-                table.offset = same->second;
-                continue;
-            }
             table.offset = static_cast<int64_t>(at);
             if (table.max == 0)
                 continue;
-            placed.emplace_back(table.start, table.offset);
+            const auto [place, is_first] = placed.try_emplace(table.start, table.offset);
+            table.offset = place->second;
+            if (!is_first)
+                continue;
             const bool has_sections = shares_place_with_sections(job.map, index);
             table_output output = output_of(job, has_sections ? DNM_SECTIONS : index);
             output.at = at;
