@@ -22,8 +22,8 @@ struct symbol_usage {
 
 struct symbol_plan {
     bool present = false; // a symbol table is kept
-    std::vector<elf_symbol>
-        symbols; // the input's; after rewrite_symbols the kept ones in new order
+    // The input's; after rewrite_symbols the kept ones in new order.
+    std::vector<elf_symbol> symbols;
     // By input index: the new index, that of the section symbol in its place, or symbol_gone.
     std::vector<uint32_t> new_index;
     std::vector<symbol_usage> usage; // by input index, or empty

@@ -2,9 +2,7 @@
 #include "util/fieldimage.h"
 
 field_image read_field_image(gen_stream& stream, uint64_t at, uint64_t size, bool big_endian) {
-    field_image image;
-    image.big_endian = big_endian;
-    image.file_at = at;
+    field_image image = {.bytes = {}, .big_endian = big_endian, .file_at = at};
     const uint64_t available = at < stream.size ? std::min(size, stream.size - at) : 0;
     image.bytes.resize(available);
     if (gen_seek(stream, static_cast<int64_t>(at), GEN_SEEK_SET) != 0)

@@ -67,9 +67,7 @@ bool match_name_list(const name_list& list, const char* name) {
 }
 
 name_judge make_judge(const name_list& list, const string_index& strings) {
-    name_judge judge;
-    judge.list = &list;
-    judge.strings = &strings;
+    name_judge judge = {&list, &strings, {}};
     if (has_tail_patterns(list))
         judge.tail_limits = gen_new_block(uint64_t{strings.count} * sizeof(uint32_t));
     return judge;

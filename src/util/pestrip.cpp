@@ -5,7 +5,6 @@
 #include "util/pestrip.h"
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -35,7 +34,7 @@ struct pe_section {
 struct pe_image {
     const char* name = nullptr;
     gen_stream* stream = nullptr;
-    field_image head; // file header, optional header, section headers
+    field_image head = {}; // file header, optional header, section headers
     uint16_t NumberOfSections = 0;
     uint32_t PointerToSymbolTable = 0;
     uint32_t NumberOfSymbols = 0;
@@ -44,7 +43,7 @@ struct pe_image {
     uint64_t debug_directory_at = 0; // in the head; 0 when there is none
     uint32_t debug_address = 0;
     uint32_t debug_size = 0;
-    std::vector<pe_section> sections;
+    std::vector<pe_section> sections = {};
 };
 
 bool refuse(const pe_image& image) {
@@ -177,18 +176,17 @@ int64_t pe_rva_to_offset(const std::vector<pe_section>& sections, uint32_t addre
 
 // What the debug directory points to, taken together.
 struct debug_extent {
-    uint64_t total = 0; // bytes, each piece rounded up to four
-    uint64_t first = 0; // lowest place in the file
-    uint64_t end = 0;   // behind the highest
-    bool any = false;
+    uint64_t total = 0;          // bytes, each piece rounded up to four
+    uint64_t first = UINT64_MAX; // lowest place in the file
+    uint64_t end = 0;            // behind the highest
 };
 
-// Nothing when an entry lies behind the end of the file.
-std::optional<debug_extent> read_debug_directory(const pe_image& image, uint64_t at) {
+// Of no bytes when an entry lies behind the end of the file.
+debug_extent read_debug_directory(const pe_image& image, uint64_t at) {
     debug_extent extent;
     const uint64_t count = image.debug_size / debug_entry_size;
     if (at > image.stream->size || count > (image.stream->size - at) / debug_entry_size)
-        return std::nullopt;
+        return extent;
     for (uint64_t i = 0; i < count; ++i) {
         field_image entry = read_field_image(*image.stream, at + i * debug_entry_size,
                                              debug_entry_size, image.head.big_endian);
@@ -200,9 +198,8 @@ std::optional<debug_extent> read_debug_directory(const pe_image& image, uint64_t
             continue;
         const uint64_t rounded = (size + 3) / 4 * 4;
         extent.total += rounded;
-        extent.first = extent.any ? std::min(extent.first, pointer) : pointer;
+        extent.first = std::min(extent.first, pointer);
         extent.end = std::max(extent.end, pointer + rounded);
-        extent.any = true;
     }
     return extent;
 }
@@ -214,13 +211,12 @@ bool find_new_length(const pe_image& image, uint64_t& length) {
         const int64_t at = pe_rva_to_offset(image.sections, image.debug_address);
         if (at < 0)
             return leave_alone(image);
-        const std::optional<debug_extent> extent =
-            read_debug_directory(image, static_cast<uint64_t>(at));
+        const debug_extent extent = read_debug_directory(image, static_cast<uint64_t>(at));
         // Only one block without gaps at the very end of the file can go.
-        if (!extent || !extent->any || extent->first + extent->total != extent->end ||
-            extent->end != image.stream->size)
+        if (extent.total == 0 || extent.first + extent.total != extent.end ||
+            extent.end != image.stream->size)
             return refuse(image);
-        length = extent->first;
+        length = extent.first;
     }
     return length <= image.stream->size || refuse(image); // never longer
 }
@@ -256,9 +252,7 @@ void patch_headers(pe_image& image) {
 } // namespace
 
 void pecoff_strip(gen_stream_ptr stream, const char* name, const objinfo& info) {
-    pe_image image;
-    image.name = name;
-    image.stream = stream.get();
+    pe_image image = {name, stream.get()};
     uint64_t length = 0;
     bool changed = read_headers(image, info.big_endian) && find_new_length(image, length);
     if (changed) {

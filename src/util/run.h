@@ -21,8 +21,8 @@ struct strip_run {
     gen_temp_space temp = {temp_counter};
     gen_scratch scratch = {temp};
     obj_history history;
-    bool coff_wide_counts =
-        false; // a COFF file with wide counts was met: all behind it are read so
+    // A COFF file with wide counts was met: all behind it are read so.
+    bool coff_wide_counts = false;
     ar_name_table long_names;
     strip_options options;
     bool file_seen = false; // work was done: a file was opened, or the usage or version asked for
