@@ -52,7 +52,8 @@ bool is_unchanged(const std::string& marked, std::string_view initial) {
     return whole.starts_with(marked) && whole[marked.size()] == ' ';
 }
 
-std::string open_stamp(const stamp_field& field, std::string_view initial, int mode) {
+// What follows the mark; nothing if only a changed text is asked for and it is not.
+std::string marked_text(const stamp_field& field, std::string_view initial, int mode) {
     std::string marked = after(text_of(field), mark.size());
     return mode == VERSION_CHANGED && is_unchanged(marked, initial) ? std::string() : marked;
 }
@@ -60,30 +61,21 @@ std::string open_stamp(const stamp_field& field, std::string_view initial, int m
 } // namespace
 
 std::string version_stamp(int mode) {
-    std::string field = text_of(product_field);
-    std::string marked = after(field, mark.size());
-    switch (mode) {
-    case VERSION_MARKED:
-        return marked;
-    case VERSION_TEXT:
-        return after(marked, maker.size());
-    case VERSION_CHANGED:
-        return is_unchanged(marked, "Orvale Software, Version 2023.5.4")
-                   ? std::string()
-                   : after(marked, maker.size());
-    default:
-        return field;
-    }
+    if (mode < VERSION_MARKED || mode > VERSION_CHANGED)
+        return text_of(product_field);
+    const std::string marked =
+        marked_text(product_field, "Orvale Software, Version 2023.5.4", mode);
+    return mode == VERSION_MARKED ? marked : after(marked, maker.size());
 }
 
 std::string customer_stamp(int mode) {
-    return open_stamp(customer_field, "[Customer version stamp space]", mode);
+    return marked_text(customer_field, "[Customer version stamp space]", mode);
 }
 
 std::string directory_stamp(int mode) {
-    return open_stamp(directory_field, "[Directory]", mode);
+    return marked_text(directory_field, "[Directory]", mode);
 }
 
 std::string version_control_stamp(int mode) {
-    return open_stamp(version_control_field, "[VCInfo]", mode);
+    return marked_text(version_control_field, "[VCInfo]", mode);
 }
