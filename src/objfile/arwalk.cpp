@@ -65,7 +65,7 @@ void walk_chain(archive_walk& walk, obj_kind kind) {
 
 struct aix_member {
     ar_member member;
-    char next_offset[12];
+    std::string next_offset;
 };
 
 bool read_aix_header(ar_reader& reader, aix_member& aix) {
@@ -76,7 +76,7 @@ bool read_aix_header(ar_reader& reader, aix_member& aix) {
     ar_field_cursor fields = {{bytes, sizeof bytes}};
     ar_member& member = aix.member;
     member.size = ar_decimal(fields.take(12));
-    fields.take(12).copy(aix.next_offset, 12);
+    aix.next_offset = fields.take(12);
     fields.take(12); // of the previous member
     member.date = ar_decimal(fields.take(12));
     member.uid = static_cast<uint32_t>(ar_decimal(fields.take(12)));
@@ -123,10 +123,9 @@ void walk_aix(archive_walk& walk) {
         if (!read_aix_header(walk.reader, aix))
             return;
         visit(walk, aix.member);
-        const std::string_view next(aix.next_offset, sizeof aix.next_offset);
-        if (next == member_table)
+        if (aix.next_offset == member_table)
             return;
-        offset = ar_decimal(next);
+        offset = ar_decimal(aix.next_offset);
     }
 }
 
