@@ -88,9 +88,19 @@ uint64_t read_part(gen_stream& part, void* buffer, uint64_t size) {
     return got;
 }
 
-// A file as messages call it.
-std::string in_words(const char* name) {
-    return name ? "'" + std::string(name) + "'" : "file";
+// A file as messages call it, for "%s%s%s": its name in quotes, or "file". A failure may be for
+// want of memory, so nothing is put together here.
+struct file_words {
+    const char* quote;
+    const char* name;
+
+    explicit file_words(const char* known)
+        : quote(known ? "'" : ""), name(known ? known : "file") {}
+};
+
+void report_failure(const char* what, const char* name) {
+    const file_words file(name);
+    gen_perror("%s %s%s%s", what, file.quote, file.name, file.quote);
 }
 
 // A negative size or count is one of nothing.
@@ -113,7 +123,7 @@ int64_t read_items(const char* routine, const char* name, void* buffer, uint64_t
     const uint64_t bytes = size_of_items(size, count);
     const uint64_t items = bytes != 0 ? gen_read_stream(stream, buffer, bytes) / size : 0;
     if (items == 0)
-        gen_perror("Error reading from %s", in_words(name).c_str());
+        report_failure("Error reading from", name);
     return static_cast<int64_t>(items);
 }
 
@@ -302,7 +312,7 @@ int64_t gen_safe_fwrite64(const char* name, const void* buffer, uint64_t size, u
     const uint64_t bytes = size_of_items(size, count);
     const uint64_t items = bytes != 0 ? gen_write_stream(*stream, buffer, bytes) / size : 0;
     if (items < count)
-        gen_perror("Error writing to %s", in_words(name).c_str());
+        report_failure("Error writing to", name);
     return static_cast<int64_t>(items);
 }
 
@@ -323,21 +333,25 @@ int gen_safe_fclose(const char* name, const char* kind, gen_stream_ptr stream) {
 int gen_safe_fseek(const char* name, gen_stream* stream, int32_t offset, gen_origin origin) {
     if (gen_seek(*stream, offset, origin) == 0)
         return 0;
-    gen_perror_exit(status_failure, "seek failed to %d in %s", offset, in_words(name).c_str());
+    const file_words file(name);
+    gen_perror_exit(status_failure, "seek failed to %d in %s%s%s", offset, file.quote, file.name,
+                    file.quote);
 }
 
 int gen_safe_fseek64(const char* name, gen_stream* stream, int64_t offset, gen_origin origin) {
     if (gen_seek(*stream, offset, origin) == 0)
         return 0;
-    gen_perror_exit(status_failure, "seek failed to 0x%" PRIx64 " in %s",
-                    static_cast<uint64_t>(offset), in_words(name).c_str());
+    const file_words file(name);
+    gen_perror_exit(status_failure, "seek failed to 0x%" PRIx64 " in %s%s%s",
+                    static_cast<uint64_t>(offset), file.quote, file.name, file.quote);
 }
 
 int gen_safe_fflush(const char* name, gen_stream* stream) {
     if (stream->write_error == 0)
         return 0;
     errno = stream->write_error;
-    gen_perror_exit(status_failure, "Error writing to %s", in_words(name).c_str());
+    const file_words file(name);
+    gen_perror_exit(status_failure, "Error writing to %s%s%s", file.quote, file.name, file.quote);
 }
 
 int gen_set_length(const char* name, uint64_t length) {

@@ -50,5 +50,5 @@ int host_win32_descriptor(HANDLE handle);
 // Seconds since 1970 in the system's units, and back.
 FILETIME host_win32_file_time(int64_t seconds);
 int64_t host_win32_seconds(FILETIME time);
-// Starts the socket library on the first call. Its status.
+// Starts the socket library, or counts one user of it more. Its status.
 int host_win32_start_sockets();

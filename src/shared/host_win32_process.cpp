@@ -62,11 +62,8 @@ bool has_console() {
 } // namespace
 
 int host_win32_start_sockets() {
-    static const int status = [] {
-        WSADATA data;
-        return WSAStartup(MAKEWORD(1, 1), &data);
-    }();
-    return status;
+    WSADATA data;
+    return WSAStartup(MAKEWORD(1, 1), &data);
 }
 
 std::string host_module_file_name() {
