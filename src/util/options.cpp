@@ -1,6 +1,7 @@
 // Options: what those of the table do, the limits of the name lists, and the reconciliation.
 #include "util/options.h"
 
+#include <algorithm>
 #include <cstring>
 #include <span>
 
@@ -10,6 +11,8 @@
 #include "util/version.h"
 
 namespace {
+
+constexpr size_t usage_column = 12;
 
 const option_row* find_option(std::string_view argument) {
     for (const option_row& row : option_table)
@@ -133,6 +136,11 @@ void reconcile_options(strip_options& options) {
     prepare_patterns(options.strip_symbol_list);
 }
 
+// Each spelling of the usage text is filled up to where its words begin.
+static_assert(std::ranges::all_of(option_table, [](const option_row& row) {
+    return row.place != IN_USAGE || row.spelling.size() < usage_column;
+}));
+
 void print_usage(strip_options& options) {
     if (options.usage_printed)
         return;
@@ -142,7 +150,7 @@ void print_usage(strip_options& options) {
         if (row.place != IN_USAGE)
             continue;
         std::string line(row.spelling);
-        line.resize(12, ' ');
+        line.resize(usage_column, ' ');
         text.append("\t").append(line).append(row.usage.empty() ? row.brief : row.usage) += '\n';
     }
     gen_eprintf("%s", text.c_str());
