@@ -1,8 +1,8 @@
 // The list is read as a whole; each file in it is opened once to see what it is.
 #include "archiver/listfile.h"
 
+#include <algorithm>
 #include <cstring>
-#include <ranges>
 #include <string_view>
 
 #include "shared/genmessage.h"
@@ -127,9 +127,12 @@ std::optional<std::vector<listed_file>> read_list(obj_history& history, const ch
     if (!text)
         return std::nullopt;
     std::vector<listed_file> files;
-    for (const auto line : std::views::split(*text, '\n'))
-        if (!add_line(files, {line.begin(), line.end()}, archive_name))
+    for (std::string_view rest = *text; !rest.empty();) {
+        const size_t end = std::min(rest.find('\n'), rest.size());
+        if (!add_line(files, rest.substr(0, end), archive_name))
             return std::nullopt;
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
     look_limits left;
     for (listed_file& file : files)
         if (!look_at(file, history, left, archive_name))
@@ -147,9 +150,9 @@ gen_stream_ptr open_listed(const listed_file& file, const char* archive_name) {
 
 partner_table make_partner_table(obj_history& history, const std::vector<listed_file>& files) {
     partner_table table = {history};
-    for (const listed_file& file : std::views::reverse(files)) {
+    for (const listed_file& file : files) {
         ++table.waiting[file.name];
-        table.queues[key_of(file.name, file.kind)].push_back(&file);
+        table.queues[key_of(file.name, file.kind)].files.push_back(&file);
     }
     return table;
 }
@@ -159,10 +162,8 @@ const listed_file* take_partner(partner_table& table, const std::string& name, g
     if (waiting == table.waiting.end() || waiting->second == 0)
         return nullptr;
     const auto queue = table.queues.find(key_of(name, kind_at(table.history, stream)));
-    if (queue == table.queues.end() || queue->second.empty())
+    if (queue == table.queues.end() || queue->second.next == queue->second.files.size())
         return nullptr;
     --waiting->second;
-    const listed_file* const file = queue->second.back();
-    queue->second.pop_back();
-    return file;
+    return queue->second.files[queue->second.next++];
 }

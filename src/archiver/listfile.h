@@ -43,11 +43,14 @@ std::optional<std::vector<listed_file>> read_list(obj_history& history, const ch
 gen_stream_ptr open_listed(const listed_file& file, const char* archive_name);
 
 // Listed files that wait for a member of their name and kind.
+struct file_queue {
+    std::vector<const listed_file*> files; // in the order of the list
+    size_t next = 0;
+};
 struct partner_table {
     obj_history& history;
     std::unordered_map<std::string, uint64_t> waiting = {}; // how many, by name
-    // By name and kind; the first of the list is at the back.
-    std::unordered_map<std::string, std::vector<const listed_file*>> queues = {};
+    std::unordered_map<std::string, file_queue> queues = {};
 };
 
 partner_table make_partner_table(obj_history& history, const std::vector<listed_file>& files);

@@ -13,7 +13,7 @@ constexpr int status_no_memory = 3;
 
 // What is to be done when the process ends while this lives. It belongs to the main thread.
 struct gen_exit_handler {
-    explicit gen_exit_handler(std::function<void()> what);
+    explicit gen_exit_handler(std::function<void()> routine);
     ~gen_exit_handler();
     gen_exit_handler(const gen_exit_handler&) = delete;
     gen_exit_handler& operator=(const gen_exit_handler&) = delete;

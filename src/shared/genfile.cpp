@@ -108,7 +108,7 @@ uint64_t size_or_none(int32_t number) {
     return number < 0 ? 0 : static_cast<uint64_t>(number);
 }
 
-// Bytes of so many items; 0 when there are none, or when no number says how many.
+// Bytes of so many items; 0 when no number is large enough.
 uint64_t size_of_items(uint64_t size, uint64_t count) {
     uint64_t bytes = 0;
     return __builtin_mul_overflow(size, count, &bytes) ? 0 : bytes;
@@ -121,7 +121,7 @@ int64_t read_items(const char* routine, const char* name, void* buffer, uint64_t
         return -1;
     }
     const uint64_t bytes = size_of_items(size, count);
-    const uint64_t items = bytes != 0 ? gen_read_stream(stream, buffer, bytes) / size : 0;
+    const uint64_t items = size != 0 ? gen_read_stream(stream, buffer, bytes) / size : 0;
     if (items == 0)
         report_failure("Error reading from", name);
     return static_cast<int64_t>(items);
@@ -310,7 +310,7 @@ int32_t gen_safe_fwrite(const char* name, const void* buffer, int32_t size, int3
 int64_t gen_safe_fwrite64(const char* name, const void* buffer, uint64_t size, uint64_t count,
                           gen_stream* stream) {
     const uint64_t bytes = size_of_items(size, count);
-    const uint64_t items = bytes != 0 ? gen_write_stream(*stream, buffer, bytes) / size : 0;
+    const uint64_t items = size != 0 ? gen_write_stream(*stream, buffer, bytes) / size : 0;
     if (items < count)
         report_failure("Error writing to", name);
     return static_cast<int64_t>(items);

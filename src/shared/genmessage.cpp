@@ -65,8 +65,7 @@ struct message_parts {
     bool new_line = false;
 };
 
-message_text compose(char* text, size_t room, const message_parts& parts, va_list arguments) {
-    message_text message = {text, room};
+void compose(message_text& message, const message_parts& parts, va_list arguments) {
     for (const char* const part : {parts.name, parts.word})
         if (part)
             append(message, "%s: ", part);
@@ -78,16 +77,17 @@ message_text compose(char* text, size_t room, const message_parts& parts, va_lis
     }
     if (parts.system_text)
         append(message, ": %s", parts.system_text);
-    return message;
 }
 
 void write_message(const message_parts& parts, va_list arguments) {
     char usual[log_capacity + 2]; // room for a new-line and the NUL
     std::string longer;
-    message_text message = compose(usual, log_capacity, parts, arguments);
+    message_text message = {usual, log_capacity};
+    compose(message, parts, arguments);
     if (message.length > message.room) {
         longer.resize(message.length + 1); // and as much here
-        message = compose(longer.data(), message.length, parts, arguments);
+        message = {longer.data(), message.length};
+        compose(message, parts, arguments);
     }
     message.text[message.length] = '\n';
     put(message.text, message.length + (parts.new_line ? 1 : 0));
