@@ -64,10 +64,8 @@ struct option_words {
 };
 
 option_words words_of(const option_row& row) {
-    const size_t length = row.spelling.find('=') + 1;
-    const size_t name_length = length != 0 ? length : row.spelling.size();
-    option_words words = {{std::string(row.spelling.substr(0, name_length))},
-                          std::string(row.spelling.substr(name_length))};
+    const std::string_view name = option_name(row.spelling);
+    option_words words = {{std::string(name)}, std::string(row.spelling.substr(name.size()))};
     if (!row.alias.empty())
         words.names.emplace_back(row.alias);
     return words;

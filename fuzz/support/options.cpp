@@ -34,17 +34,16 @@ const std::vector<const char*>& samples_of(std::string_view value) {
 std::vector<std::string> make_options() {
     std::vector<std::string> options;
     for (const option_row& row : option_table) {
-        std::vector<std::string> spellings = {std::string(row.spelling)};
+        const std::string_view name = option_name(row.spelling);
+        std::vector<std::string> spellings = {std::string(name)};
         if (!row.alias.empty())
             spellings.emplace_back(row.alias);
-        const size_t name_size = row.spelling.find('=') + 1;
-        if (name_size == 0) {
+        if (!name.ends_with('=')) {
             options.insert(options.end(), spellings.begin(), spellings.end());
             continue;
         }
-        spellings[0].resize(name_size);
         size_t turn = 0;
-        for (const char* const sample : samples_of(row.spelling.substr(name_size)))
+        for (const char* const sample : samples_of(row.spelling.substr(name.size())))
             options.push_back(spellings[turn++ % spellings.size()] + sample);
     }
     if (options.size() > 8 * choice_size)

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "objfile/arname.h"
-#include "shared/genexit.h"
+#include "shared/genmessage.h"
 
 const header_layout standard_layout = {60, {16, 12}, {28, 6}, {34, 6}, {40, 8}, {48, 10}};
 const header_layout wide_layout = {78, {16, 20}, {36, 6}, {42, 6}, {48, 8}, {56, 20}};

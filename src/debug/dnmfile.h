@@ -35,7 +35,7 @@ enum dnm_table_id : uint8_t {
 // clang-format on
 constexpr uint32_t dnm_max_tables = 76; // that a header may list; those without a name are dropped
 
-// The versions in which the format changed, as far as it is decoded.
+// The versions that are read.
 constexpr int32_t dnm_oldest_version = 10;
 constexpr int32_t dnm_newest_version = 44; // under development
 constexpr int32_t dnm_named_version = 43;  // the newest one that messages speak of

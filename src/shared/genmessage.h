@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstdarg>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string>

@@ -7,7 +7,6 @@
 #include "util/elfpolicy.h"
 
 // Translates the file offsets and section numbers in the map beside `image`, if it is an executable
-// that has one. All sections have been laid out; the headers in
-// `image` are still the input's.
+// that has one. All sections have been laid out; the headers in `image` are still the input's.
 void update_dnm(gen_temp_space& temp, const elf_image& image, const section_plan& plan,
                 const elf_layout_plan& layout);

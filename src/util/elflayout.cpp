@@ -81,7 +81,7 @@ uint64_t write_new_contents(section_writer& writer, uint32_t index) {
     if (index == sections.symtab_index)
         return elf_write_symbols(writer.image.elf, name, stream, symbols.symbols);
     if (index == sections.shndx_index)
-        return write_index_table(name, stream, writer.image, section, symbols);
+        return write_index_table(writer.image.elf, name, stream, section, symbols);
     if (index == sections.strtab_index)
         return write_string_table(name, stream, writer.image, section, symbols);
     return write_relocations(name, stream, writer.image, symbols, relocations,

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cinttypes>
 
+#include "objfile/elfrel.h"
 #include "util/damage.h"
 #include "util/elfassert.h"
 
@@ -75,18 +76,19 @@ symbol_field symbol_field_of(const elf_access& elf) {
 
 // Whether a REL entry of this type can be made relative to its section without a change of the
 // bytes that it relocates.
-bool is_simple_rel_reloc(const option_flags& flags, const elf_file_header& elfhead, uint32_t type) {
+bool is_simple_rel_reloc(const conversion_rules& rules, const elf_file_header& elfhead,
+                         uint32_t type) {
     constexpr uint32_t highest_simple_type = 2; // none, absolute, PC-relative
-    if (flags.reloc_kind_never)
+    if (rules.is_never)
         return false;
-    if (flags.reloc_kind_always)
+    if (rules.is_always)
         return true;
     elf_assert(elfhead.e_type != ET_REL, ASSERT_SIMPLE_NOT_RELOCATABLE);
     return (elfhead.e_machine == EM_386 || elfhead.e_machine == EM_X86_64) &&
            type <= highest_simple_type;
 }
 
-void scan(const option_flags& flags, const elf_image& image, const relocation_table& table,
+void scan(const conversion_rules& rules, const elf_image& image, const relocation_table& table,
           const relocation_piece& piece, symbol_plan& symbols) {
     const elf_assert_site& site =
         table.has_addend ? ASSERT_SCAN_RELA_SYMBOL : ASSERT_SCAN_REL_SYMBOL;
@@ -97,14 +99,14 @@ void scan(const option_flags& flags, const elf_image& image, const relocation_ta
         elf_assert(symbol < symbols.usage.size(), site);
         symbols.usage[symbol].referenced = true;
         if (!table.has_addend &&
-            !is_simple_rel_reloc(flags, image.elfhead, elf_relocation_type(relocation)))
+            !is_simple_rel_reloc(rules, image.elfhead, elf_relocation_type(relocation)))
             symbols.usage[symbol].nonsimple_reloc = true;
     }
 }
 
 // Makes the relocation name what its symbol has become.
 void redirect(elf_relocation& relocation, uint32_t new_index, const symbol_usage& usage,
-              const option_flags& flags, const elf_image& image, bool has_addend) {
+              const conversion_rules& rules, const elf_image& image, bool has_addend) {
     const uint32_t type = elf_relocation_type(relocation);
     relocation.r_info = uint64_t{new_index} << 32 | type;
     if (has_addend) {
@@ -114,7 +116,7 @@ void redirect(elf_relocation& relocation, uint32_t new_index, const symbol_usage
             relocation.r_addend |= 1;
     } else if (usage.value_delta != 0) {
         elf_assert(image.elfhead.e_type != ET_REL, ASSERT_REL_NOT_RELOCATABLE);
-        elf_assert(is_simple_rel_reloc(flags, image.elfhead, type), ASSERT_REL_IS_SIMPLE);
+        elf_assert(is_simple_rel_reloc(rules, image.elfhead, type), ASSERT_REL_IS_SIMPLE);
     }
 }
 
@@ -195,7 +197,7 @@ uint64_t renumber(const symbol_plan& symbols, const relocation_table& table,
 }
 
 // The same where symbols may have been replaced by their section's.
-uint64_t renumber_and_redirect(const option_flags& flags, elf_image& image,
+uint64_t renumber_and_redirect(const conversion_rules& rules, elf_image& image,
                                const symbol_plan& symbols, const relocation_table& table,
                                const relocation_piece& piece) {
     std::byte* to = piece.entries;
@@ -205,7 +207,7 @@ uint64_t renumber_and_redirect(const option_flags& flags, elf_image& image,
         const uint32_t index = new_index_of(symbols, symbol);
         if (index == symbol_gone)
             continue;
-        redirect(relocation, index, symbols.usage[symbol], flags, image, table.has_addend);
+        redirect(relocation, index, symbols.usage[symbol], rules, image, table.has_addend);
         if (table.has_addend)
             elf_encode_rela(image.elf, to, relocation);
         else
@@ -215,10 +217,10 @@ uint64_t renumber_and_redirect(const option_flags& flags, elf_image& image,
     return static_cast<uint64_t>(to - piece.entries);
 }
 
-uint64_t rewrite_piece(const option_flags& flags, elf_image& image, const symbol_plan& symbols,
+uint64_t rewrite_piece(const conversion_rules& rules, elf_image& image, const symbol_plan& symbols,
                        const relocation_table& table, const relocation_piece& piece) {
     if (!symbols.usage.empty())
-        return renumber_and_redirect(flags, image, symbols, table, piece);
+        return renumber_and_redirect(rules, image, symbols, table, piece);
     const symbol_field field = symbol_field_of(image.elf);
     return image.elf.is_big_endian() ? renumber<true>(symbols, table, piece, field)
                                      : renumber<false>(symbols, table, piece, field);
@@ -238,7 +240,7 @@ bool relocations_are_rewritten(const elf_image& image, const elf_section_header&
 
 bool read_relocations(const option_flags& flags, elf_image& image, const section_plan& plan,
                       symbol_plan& symbols, relocation_plan& relocations) {
-    relocations.flags = flags;
+    relocations.conversion = {flags.secrel_reloc, flags.reloc_kind_never, flags.reloc_kind_always};
     if (!symbols.present)
         return true;
     relocations.table_of.resize(image.sechead.size());
@@ -252,12 +254,12 @@ bool read_relocations(const option_flags& flags, elf_image& image, const section
         relocations.tables.push_back(table);
         relocations.table_of[i] = static_cast<uint32_t>(relocations.tables.size());
     }
-    if (!flags.secrel_reloc)
+    if (!relocations.conversion.is_wanted)
         return true;
     symbols.usage.resize(symbols.symbols.size());
     for (const relocation_table& table : relocations.tables)
         look_at_table(image, relocations, table, [&](const relocation_piece& piece) {
-            scan(flags, image, table, piece, symbols);
+            scan(relocations.conversion, image, table, piece, symbols);
             return true;
         });
     return true;
@@ -265,7 +267,7 @@ bool read_relocations(const option_flags& flags, elf_image& image, const section
 
 bool relocations_are_sound(elf_image& image, const symbol_plan& symbols,
                            relocation_plan& relocations) {
-    if (relocations.flags.secrel_reloc)
+    if (relocations.conversion.is_wanted)
         return true; // the scan has asserted it
     const auto check = [&](const relocation_table& table) {
         return look_at_table(image, relocations, table, [&](const relocation_piece& piece) {
@@ -284,7 +286,8 @@ std::span<const std::byte> rewritten_table(elf_image& image, const symbol_plan& 
     const relocation_table& table = relocations.tables[number];
     std::span<const std::byte> rewritten;
     look_at_table(image, relocations, table, [&](const relocation_piece& piece) {
-        rewritten = {piece.entries, rewrite_piece(relocations.flags, image, symbols, table, piece)};
+        rewritten = {piece.entries,
+                     rewrite_piece(relocations.conversion, image, symbols, table, piece)};
         return true;
     });
     return rewritten;
@@ -296,7 +299,7 @@ uint64_t write_relocations(const char* name, gen_stream& output, elf_image& imag
     const relocation_table& table = relocations.tables[number];
     uint64_t written = 0;
     look_at_table(image, relocations, table, [&](const relocation_piece& piece) {
-        const uint64_t size = rewrite_piece(relocations.flags, image, symbols, table, piece);
+        const uint64_t size = rewrite_piece(relocations.conversion, image, symbols, table, piece);
         written += size;
         return size == 0 || gen_safe_fwrite64(name, piece.entries, 1, size, &output) ==
                                 static_cast<int64_t>(size);

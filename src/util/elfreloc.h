@@ -8,7 +8,6 @@
 #include <span>
 #include <vector>
 
-#include "objfile/elfrel.h"
 #include "util/elfimage.h"
 #include "util/elfpolicy.h"
 #include "util/elfsymbols.h"
@@ -20,8 +19,15 @@ struct relocation_table {
     uint32_t section = 0;
 };
 
+// Whether relocations are made relative to sections, and which of them can be.
+struct conversion_rules {
+    bool is_wanted = false; // --convert-to-secrel-reloc
+    bool is_never = false;  // -X1
+    bool is_always = false; // -X2
+};
+
 struct relocation_plan {
-    option_flags flags; // how relocations are converted
+    conversion_rules conversion;
     std::vector<relocation_table> tables;
     std::vector<uint32_t> table_of; // by section index: the number of its table + 1, or 0
     gen_block piece;                // some entries of one table

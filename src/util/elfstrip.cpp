@@ -153,7 +153,7 @@ bool plan_changes(const strip_options& options, elf_image& image, strip_plan& pl
 void write_result(strip_job& job, strip_plan& plan) {
     elf_layout_plan layout = order_by_offset(job.image);
     if (plan.symbols.present)
-        prepare_symbol_output(job.image, plan.sections, plan.symbols);
+        prepare_symbol_output(job.image.elf, plan.sections, plan.symbols);
     const output_file output = {job.result_name.c_str(), *job.result};
     write_sections(job.image, plan, layout, output);
     if (!job.options.strip_flags.dont_update_dnm)

@@ -187,16 +187,16 @@ void rewrite_symbols(const strip_options& options, elf_image& image, const secti
     place_section_names(job);
 }
 
-void prepare_symbol_output(elf_image& image, const section_plan& plan, symbol_plan& symbols) {
+void prepare_symbol_output(elf_access& elf, const section_plan& plan, symbol_plan& symbols) {
     elf_assert(!symbols.symbols.empty(), ASSERT_NEWSYMBOLS);
-    elf_symbols_for_output(image.elf, symbols.symbols,
+    elf_symbols_for_output(elf, symbols.symbols,
                            plan.shndx_index != 0 ? &symbols.newshndx : nullptr);
 }
 
-uint64_t write_index_table(const char* name, gen_stream& output, elf_image& image,
+uint64_t write_index_table(elf_access& elf, const char* name, gen_stream& output,
                            const elf_section_header& section, const symbol_plan& symbols) {
     elf_assert(symbols.newshndx.size() * 4 <= section.sh_size, ASSERT_NEWSHNDX_SIZE);
-    return elf_write_words(image.elf, name, output, symbols.newshndx);
+    return elf_write_words(elf, name, output, symbols.newshndx);
 }
 
 uint64_t write_string_table(const char* name, gen_stream& output, const elf_image& image,

@@ -47,10 +47,10 @@ inline bool drops_symbols(const symbol_plan& symbols) {
 }
 
 // Prepares the rewritten symbols for the output, which is open by now.
-void prepare_symbol_output(elf_image& image, const section_plan& plan, symbol_plan& symbols);
+void prepare_symbol_output(elf_access& elf, const section_plan& plan, symbol_plan& symbols);
 
 // Each writes the new contents of its section at the stream's position. Bytes written.
-uint64_t write_index_table(const char* name, gen_stream& output, elf_image& image,
+uint64_t write_index_table(elf_access& elf, const char* name, gen_stream& output,
                            const elf_section_header& section, const symbol_plan& symbols);
 uint64_t write_string_table(const char* name, gen_stream& output, const elf_image& image,
                             const elf_section_header& section, const symbol_plan& symbols);

@@ -49,12 +49,6 @@ void append_name(name_list& list, std::string_view name) {
         add_pattern(list.endings, name);
 }
 
-void prepare_patterns(name_list& list) {
-    prepare_beginnings(list.beginnings);
-    prepare_search(list.endings);
-    prepare_search(list.contents);
-}
-
 bool match_exact_name(const name_list& list, const char* name) {
     if (list.count == 0)
         return false;

@@ -17,9 +17,8 @@ constexpr size_t usage_column = 12;
 const option_row* find_option(std::string_view argument) {
     for (const option_row& row : option_table)
         for (const std::string_view spelling : {row.spelling, row.alias}) {
-            // Empty without a value.
-            const std::string_view name = spelling.substr(0, spelling.find('=') + 1);
-            if (name.empty() ? argument == spelling : argument.starts_with(name))
+            const std::string_view name = option_name(spelling);
+            if (name.ends_with('=') ? argument.starts_with(name) : argument == name)
                 return &row;
         }
     return nullptr;
@@ -85,7 +84,23 @@ void run_option(strip_options& options, const option_row& row, const char* value
     }
 }
 
-void settle(strip_options& options) {
+} // namespace
+
+void parse_option(strip_options& options, const char* argument) {
+    if (options.options_frozen)
+        print_usage(options);
+    if (const option_row* row = find_option(argument)) {
+        const char* const equals = strchr(argument, '=');
+        run_option(options, *row, equals ? equals + 1 : "");
+    } else {
+        gen_warning("unrecognized option, %s (ignored)", argument);
+        print_usage(options);
+    }
+}
+
+void reconcile_options(strip_options& options) {
+    if (options.options_frozen)
+        return;
     option_flags& flags = options.strip_flags;
     // Decided before -l may be taken back below: a -l that is ignored still is no default mode.
     const bool default_mode = !flags.all_unallocated && !flags.keep_symtab &&
@@ -111,29 +126,6 @@ void settle(strip_options& options) {
     if (flags.strip_unneeded || flags.strip_orv_debug)
         add_strip_symbol(options, local_name_pattern);
     options.options_frozen = true;
-}
-
-} // namespace
-
-void parse_option(strip_options& options, const char* argument) {
-    if (options.options_frozen)
-        print_usage(options);
-    if (const option_row* row = find_option(argument)) {
-        const char* const equals = strchr(argument, '=');
-        run_option(options, *row, equals ? equals + 1 : "");
-    } else {
-        gen_warning("unrecognized option, %s (ignored)", argument);
-        print_usage(options);
-    }
-}
-
-void reconcile_options(strip_options& options) {
-    if (!options.options_frozen)
-        settle(options);
-    if (options.strip_flags.wildcards)
-        prepare_patterns(options.remove_section_list);
-    prepare_patterns(options.keep_symbol_list);
-    prepare_patterns(options.strip_symbol_list);
 }
 
 // Each spelling of the usage text is filled up to where its words begin.

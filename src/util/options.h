@@ -43,8 +43,8 @@ struct strip_options {
 // that is full ends the program with status 1.
 void parse_option(strip_options& options, const char* argument);
 
-// Before each ELF file: the first one settles conflicts, adds the default names and freezes the
-// options; the lists are prepared for matching.
+// Settles conflicts, adds the default names, and freezes the options, before the first ELF file.
+// Does nothing a second time.
 void reconcile_options(strip_options& options);
 
 // The usage text on the standard error stream, once a run.

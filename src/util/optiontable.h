@@ -36,6 +36,13 @@ struct option_row {
     std::string_view usage = {}; // what the usage text says instead
 };
 
+// What an argument that is this option begins with: all of the spelling or, of one that takes a
+// value, up to its "=".
+constexpr std::string_view option_name(std::string_view spelling) {
+    const size_t equals = spelling.find('=');
+    return equals == spelling.npos ? spelling : spelling.substr(0, equals + 1);
+}
+
 // The usage text and README keep this order, and so does each list in the manual.
 inline constexpr option_row option_table[] = {
     {"-a", "", SET_FLAG, &option_flags::all_unallocated, IN_USAGE, "selection",

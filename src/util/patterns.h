@@ -7,18 +7,15 @@
 // can begin (Wu and Manber, "A fast algorithm for multi-pattern searching", 1994).
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <span>
+#include <mutex>
 #include <string_view>
 #include <vector>
 
-// What a set has been prepared for: a trie of its own for each of the two.
-enum pattern_use { PATTERN_NOTHING, PATTERN_BEGINNINGS, PATTERN_SEARCH };
-
-struct pattern_set {
-    std::vector<std::string_view> patterns; // not empty ones
-    pattern_use ready_for = PATTERN_NOTHING;
+// What a search goes by.
+struct pattern_tables {
     uint8_t class_of[256] = {}; // 0 for a byte that no pattern uses
     uint32_t class_count = 1;
     std::vector<uint32_t> next;     // by state * class_count + class
@@ -30,13 +27,17 @@ struct pattern_set {
     std::vector<uint8_t> skips;
 };
 
-// Adds a pattern, which is not copied. The set has to be prepared anew.
-void add_pattern(pattern_set& set, std::string_view pattern);
+struct pattern_set {
+    const bool has_beginnings;                   // for begins_with_pattern, or for the other two
+    std::vector<std::string_view> patterns = {}; // not empty ones
+    // Made at the first search, by the thread that comes first.
+    mutable std::atomic<bool> is_made = false;
+    mutable std::mutex making = {};
+    mutable pattern_tables tables = {};
+};
 
-// Makes the set ready for begins_with_pattern, or for the other two routines. What is ready already
-// costs nothing.
-void prepare_beginnings(pattern_set& set);
-void prepare_search(pattern_set& set);
+// Adds a pattern, which is not copied, while nobody searches.
+void add_pattern(pattern_set& set, std::string_view pattern);
 
 // Whether `text` begins with a pattern.
 bool begins_with_pattern(const pattern_set& set, const char* text);

@@ -1,5 +1,5 @@
-// All that lives as long as a run of objtrim. The entry owns it; a routine is handed the part that
-// it needs.
+// All that lives as long as a run of objtrim. The entry owns it, and hands on the part that a
+// stripper needs; that of archives needs it all.
 #pragma once
 
 #include <atomic>
