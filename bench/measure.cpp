@@ -12,15 +12,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-static pid_t child;
+namespace {
 
-static void kill_child(int) {
+pid_t child;
+
+void kill_child(int) {
     kill(child, SIGKILL);
 }
 
-static double seconds(const timeval& time) {
+double seconds(const timeval& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
+
+} // namespace
 
 int main(int argc, char** argv) {
     if (argc < 3)

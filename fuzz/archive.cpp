@@ -3,8 +3,10 @@
 #include "shared/genfile.h"
 #include "support/checks.h"
 
+namespace {
+
 // The names of all members, as far as they can be read.
-static std::vector<std::string> member_names() {
+std::vector<std::string> member_names() {
     std::vector<std::string> names;
     run_routine([&names] {
         const gen_stream_ptr stream = gen_safe_fopen("lib.a", "archive", "rb");
@@ -20,6 +22,8 @@ static std::vector<std::string> member_names() {
     });
     return names;
 }
+
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const fuzz_input input = take_input(data, size, "!<arch");

@@ -1,13 +1,17 @@
 // A whole strip of a COFF file, which is changed in place.
 #include "support/checks.h"
 
+namespace {
+
 // Files that would go to another stripper.
-static bool is_other_kind(const std::string& file) {
+bool is_other_kind(const std::string& file) {
     for (const char* const magic : {"\177ELF", "MZ", "!<", "<a"})
         if (file.starts_with(magic))
             return true;
     return false;
 }
+
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const fuzz_input input = take_input(data, size);

@@ -5,17 +5,21 @@
 #include "support/elf_builder.h"
 #include "support/options.h"
 
-static std::string executable(const elf_form& form) {
+namespace {
+
+std::string executable(const elf_form& form) {
     elf_draft draft{.form = form, .type = et::exec};
     for (const char* name : {".text", ".debug_info", ".comment", ".debug_line", ".note"})
         draft.sections.push_back({.name = name, .content = filler(0x28, draft.sections.size())});
     return build_elf(draft);
 }
 
-static void read_map() {
+void read_map() {
     if (!STDnm_Read("prog.dnm"))
         gen_error("the map cannot be read");
 }
+
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const std::string executables[] = {executable(elf_forms[0]), executable(elf_forms[1]),

@@ -2,6 +2,20 @@
 #include "elf.h"
 #include "kinds.h"
 
+namespace {
+
+bytes two_relocations(uint32_t symbol) {
+    bytes entries;
+    for (const uint64_t offset : {8, 24}) {
+        put(entries, offset);
+        put(entries, uint64_t{symbol} << 32 | 1);
+        put(entries, int64_t{0});
+    }
+    return entries;
+}
+
+} // namespace
+
 void make_program(output& to, uint64_t text, uint64_t writable, uint64_t debug, uint64_t symbols,
                   size_t name_length) {
     elf_file file;
@@ -39,16 +53,6 @@ void make_relocated(output& to) {
     add_debug(file, megabytes(4));
     file.sections[at].link = add_symbol_table(file, table, locals);
     write_elf(to, file);
-}
-
-static bytes two_relocations(uint32_t symbol) {
-    bytes entries;
-    for (const uint64_t offset : {8, 24}) {
-        put(entries, offset);
-        put(entries, uint64_t{symbol} << 32 | 1);
-        put(entries, int64_t{0});
-    }
-    return entries;
 }
 
 void make_object(output& to, uint64_t sections, uint64_t debug, size_t name_length) {

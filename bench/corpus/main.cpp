@@ -7,7 +7,9 @@
 
 #include "kinds.h"
 
-static void make(const std::string& kind, output& to) {
+namespace {
+
+void make(const std::string& kind, output& to) {
     if (kind == "small")
         make_program(to, 4096, 1024, 4096, 40, 30);
     else if (kind == "cpp")
@@ -33,6 +35,8 @@ static void make(const std::string& kind, output& to) {
     else
         fail("no such kind");
 }
+
+} // namespace
 
 int main(int argc, char** argv) {
     if (argc != 4)

@@ -9,8 +9,12 @@
 
 #include "shared/genmessage.h"
 
+namespace {
+
 // The error stream, before it is closed to the program's messages.
-static const int report = dup(STDERR_FILENO);
+const int report = dup(STDERR_FILENO);
+
+} // namespace
 
 fuzz_input take_input(const uint8_t* data, size_t size, const std::string& magic) {
     fuzz_input input;

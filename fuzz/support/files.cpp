@@ -9,12 +9,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-static void must(bool done, const std::string& what) {
+namespace {
+
+void must(bool done, const std::string& what) {
     if (done)
         return;
     perror(what.c_str());
     abort();
 }
+
+} // namespace
 
 void put_file(const std::string& name, const std::string& bytes) {
     const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);

@@ -180,6 +180,11 @@ std::string write(elf_draft draft, const layout& at, char fill) {
     return file;
 }
 
+std::string content_at(const std::string& file, uint64_t index) {
+    return file.substr(std::min<uint64_t>(file.size(), get_field(file, field::sh_offset, index)),
+                       get_field(file, field::sh_size, index));
+}
+
 } // namespace
 
 std::string number(uint64_t value, size_t width, bool big_endian) {
@@ -332,11 +337,6 @@ void append_entry(std::string& table, const elf_form& form, uint64_t size,
     table.resize(at + size);
     for (const auto& [which, value] : values)
         put_field(table, form, which, at, value);
-}
-
-static std::string content_at(const std::string& file, uint64_t index) {
-    return file.substr(std::min<uint64_t>(file.size(), get_field(file, field::sh_offset, index)),
-                       get_field(file, field::sh_size, index));
 }
 
 std::vector<std::string> section_names(const std::string& file) {

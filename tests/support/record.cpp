@@ -9,7 +9,11 @@
 #include <gtest/gtest.h>
 #include <regex>
 
-static std::string hash_of(const std::string& bytes) {
+namespace {
+
+constexpr uint64_t largest_read = 64u << 20; // of larger files the size has to do
+
+std::string hash_of(const std::string& bytes) {
     uint64_t sum = 0xCBF29CE484222325; // FNV-1a
     for (const char c : bytes)
         sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001B3;
@@ -20,15 +24,13 @@ static std::string hash_of(const std::string& bytes) {
 
 // Process id and counter are different in each run, and the separator before a temporary name is
 // the host's.
-static std::string without_temporary_names(const std::string& text) {
+std::string without_temporary_names(const std::string& text) {
     static const std::regex name("[/\\\\]?ov_[0-9a-v]+\\.");
     return std::regex_replace(text, name, "@ov.");
 }
 
-constexpr uint64_t largest_read = 64u << 20; // of larger files the size has to do
-
 // Names and contents, sorted.
-static std::string contents_of(const std::string& directory) {
+std::string contents_of(const std::string& directory) {
     words files;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(directory))
         if (entry.is_regular_file() && !entry.is_symlink())
@@ -44,6 +46,8 @@ static std::string contents_of(const std::string& directory) {
         all += " " + file;
     return all;
 }
+
+} // namespace
 
 run_record::run_record(const std::string& place)
     : directory(getenv("OBJTRIM_TEST_RECORD") != nullptr ? place : ""),

@@ -31,6 +31,27 @@ void limit(int resource, uint64_t most) {
     setrlimit(static_cast<__rlimit_resource_t>(resource), &bounds);
 }
 
+// What is written to standard output goes to a file, so that nobody has to read while it runs.
+run_result run(const std::string& directory, const std::string& program, const words& arguments,
+               const words& environment, const run_limits& limits) {
+    const std::string out = directory + ".out";
+    const auto prepare = [&] {
+        umask(022);
+        signal(SIGXFSZ, SIG_IGN); // a write that is too long fails
+        dup2(creat(out.c_str(), 0600), STDOUT_FILENO);
+        if (limits.file_size != 0)
+            limit(RLIMIT_FSIZE, limits.file_size);
+        if (limits.memory != 0) {
+            limit(RLIMIT_DATA, limits.memory);
+            limit(RLIMIT_AS, limits.memory + program_size);
+        }
+    };
+    process started = start(directory, program, arguments, environment, prepare);
+    run_result result = end_of(started);
+    result.out = read_file(out);
+    return result;
+}
+
 } // namespace
 
 process start(const std::string& directory, const std::string& program, const words& arguments,
@@ -79,27 +100,6 @@ run_result end_of(process& started) {
 int stress_factor() {
     const char* const factor = getenv("OBJTRIM_STRESS");
     return factor != nullptr && atoi(factor) > 0 ? atoi(factor) : 1;
-}
-
-// What is written to standard output goes to a file, so that nobody has to read while it runs.
-static run_result run(const std::string& directory, const std::string& program,
-                      const words& arguments, const words& environment, const run_limits& limits) {
-    const std::string out = directory + ".out";
-    const auto prepare = [&] {
-        umask(022);
-        signal(SIGXFSZ, SIG_IGN); // a write that is too long fails
-        dup2(creat(out.c_str(), 0600), STDOUT_FILENO);
-        if (limits.file_size != 0)
-            limit(RLIMIT_FSIZE, limits.file_size);
-        if (limits.memory != 0) {
-            limit(RLIMIT_DATA, limits.memory);
-            limit(RLIMIT_AS, limits.memory + program_size);
-        }
-    };
-    process started = start(directory, program, arguments, environment, prepare);
-    run_result result = end_of(started);
-    result.out = read_file(out);
-    return result;
 }
 
 run_result run_program(const std::string& directory, const std::string& line,

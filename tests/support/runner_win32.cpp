@@ -26,6 +26,16 @@ FILETIME past() {
     return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
+run_result run(const std::string& directory, const std::string& line) {
+    const std::string out = directory + ".out", err = directory + ".err";
+    const child_streams streams = {open_for_child("NUL", GENERIC_READ, OPEN_EXISTING),
+                                   open_for_child(out.c_str(), GENERIC_WRITE, CREATE_ALWAYS),
+                                   open_for_child(err.c_str(), GENERIC_WRITE, CREATE_ALWAYS)};
+    const std::string environment = variable("SystemDrive") + variable("SystemRoot") + '\0';
+    const int status = run_process(line, streams, directory.c_str(), environment.c_str());
+    return {status, unix_lines(read_file(out)), unix_lines(read_file(err))};
+}
+
 } // namespace
 
 std::string unix_lines(std::string text) {
@@ -63,16 +73,6 @@ int run_process(std::string line, const child_streams& streams, const char* dire
     for (HANDLE stream : {streams.in, streams.out, streams.err})
         CloseHandle(stream);
     return static_cast<int>(status);
-}
-
-static run_result run(const std::string& directory, const std::string& line) {
-    const std::string out = directory + ".out", err = directory + ".err";
-    const child_streams streams = {open_for_child("NUL", GENERIC_READ, OPEN_EXISTING),
-                                   open_for_child(out.c_str(), GENERIC_WRITE, CREATE_ALWAYS),
-                                   open_for_child(err.c_str(), GENERIC_WRITE, CREATE_ALWAYS)};
-    const std::string environment = variable("SystemDrive") + variable("SystemRoot") + '\0';
-    const int status = run_process(line, streams, directory.c_str(), environment.c_str());
-    return {status, unix_lines(read_file(out)), unix_lines(read_file(err))};
 }
 
 run_result run_program(const std::string& directory, const std::string& line, const run_limits&) {
