@@ -40,7 +40,7 @@ struct option_row {
 // value, up to its "=".
 constexpr std::string_view option_name(std::string_view spelling) {
     const size_t equals = spelling.find('=');
-    return equals == spelling.npos ? spelling : spelling.substr(0, equals + 1);
+    return equals == std::string_view::npos ? spelling : spelling.substr(0, equals + 1);
 }
 
 // The usage text and README keep this order, and so does each list in the manual.

@@ -99,7 +99,7 @@ pattern_tables make_tables(const pattern_set& set) {
     new_state(tables);
     for (std::string_view pattern : set.patterns)
         insert(tables, pattern);
-    if (set.has_beginnings)
+    if (set.is_for_beginnings)
         return tables;
     add_fall_backs(tables);
     const auto [shortest, longest] = std::ranges::minmax(set.patterns, {}, std::ranges::size);

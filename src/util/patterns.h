@@ -28,7 +28,7 @@ struct pattern_tables {
 };
 
 struct pattern_set {
-    const bool has_beginnings;                   // for begins_with_pattern, or for the other two
+    const bool is_for_beginnings;                // for begins_with_pattern, not for the other two
     std::vector<std::string_view> patterns = {}; // not empty ones
     // Made at the first search, by the thread that comes first.
     mutable std::atomic<bool> is_made = false;
