@@ -10,11 +10,13 @@
 #include <cstddef>
 #include <iterator>
 #include <optional>
+#include <span>
 #include <string_view>
 
 #include "objfile/elffield.h"
 #include "objfile/elfhead.h"
 #include "objfile/objident_tables.h"
+#include "shared/genbytes.h"
 #include "shared/genmessage.h"
 #include "shared/genpath.h"
 
@@ -50,10 +52,7 @@ void read_lead(candidate& file) {
 }
 
 bool begins_with(const candidate& file, uint32_t big_endian_word) {
-    uint32_t word = 0;
-    for (const uint8_t byte : file.lead)
-        word = word << 8 | byte;
-    return word == big_endian_word;
+    return gen_load<uint32_t>(std::as_bytes(std::span(file.lead)).data(), true) == big_endian_word;
 }
 
 verdict identify_archive(candidate& file) {

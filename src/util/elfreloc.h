@@ -53,8 +53,8 @@ bool relocations_are_sound(elf_image& image, const symbol_plan& symbols,
                            relocation_plan& relocations);
 
 // The entries of table `number`, renumbered, those left out that name a symbol which is gone. The
-// first routine is for a small table, and its result lasts until the next look at
-// entries; the second writes any table at the stream's position and gives the bytes written.
+// first routine is for a small table, and its result lasts until the next look at entries; the
+// second writes any table at the stream's position and gives the bytes written.
 bool is_small_table(const relocation_table& table);
 std::span<const std::byte> rewritten_table(elf_image& image, const symbol_plan& symbols,
                                            relocation_plan& relocations, uint32_t number);

@@ -1,5 +1,6 @@
 // The strip of a file depends on nothing but what it is handed: files that are stripped in four
 // threads at once come out as those that are stripped one after the other, with the same words.
+#include <atomic>
 #include <map>
 #include <thread>
 
