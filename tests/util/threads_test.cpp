@@ -16,23 +16,22 @@
 
 namespace {
 
+// Some are damaged.
 std::map<std::string, std::string> files_of_all_kinds() {
     std::map<std::string, std::string> files;
-    for (int i = 0; i < 48; ++i) {
-        const elf_form& form = elf_forms[static_cast<size_t>(i) % 4];
+    for (size_t i = 0; i < 48; ++i) {
         const std::string name = "f" + std::to_string(i);
-        symbol_draft symbols{.elf = base_draft(form)};
-        symbols.entries =
-            "T lS .text; main gF .text 16 8; s.c lf ABS; wide wF .text 8; undef gN ''; "
-            "@.rela.text 4 1 main 7; @.rel.text 2 1 T";
-        const std::string sections = build_elf(sample_draft(form));
-        files[name] = i % 3 != 0 ? sections : build_symbols(symbols);
-        if (i % 4 == 3)
-            files[name + ".dnm"] = build_dnm(sample_dnm(10 + i % 35));
+        symbol_draft symbols{.entries =
+                                 "T lS .text; main gF .text 16 8; s.c lf ABS; wide wF .text 8; "
+                                 "undef gN ''; @.rela.text 4 1 main 7; @.rel.text 2 1 T",
+                             .elf = base_draft(elf_forms[i % 4])};
+        files[name] = i % 3 ? build_symbols(symbols) : build_elf(sample_draft(elf_forms[i % 4]));
         if (i % 5 == 0)
-            set_field(files[name], field::sh_name, UINT32_MAX, 1); // damaged
+            set_field(files[name], field::sh_name, UINT32_MAX, 1);
+        if (i % 4 == 3)
+            files[name + ".dnm"] = build_dnm(sample_dnm(int(10 + i % 35)));
         files[name + "_coff"] = build_coff({.big_endian = i % 2 != 0}).bytes;
-        files[name + "_pe"] = build_pe({.magic = i % 2 != 0 ? 0x20Bu : 0x10Bu}).bytes;
+        files[name + "_pe"] = build_pe({.magic = i % 2 ? 0x20Bu : 0x10Bu}).bytes;
     }
     return files;
 }
@@ -54,9 +53,9 @@ using outcome = std::map<std::string, std::string>; // of each file: the words, 
 
 struct threads : placed_test {
     outcome strip_all(const strip_options& options, unsigned thread_count) {
-        const std::map<std::string, std::string> files = files_of_all_kinds();
+        outcome result;
         words names;
-        for (const auto& [name, bytes] : files) {
+        for (const auto& [name, bytes] : files_of_all_kinds()) {
             place.put(name, bytes);
             if (!name.ends_with(".dnm"))
                 names.push_back(name);
@@ -72,12 +71,10 @@ struct threads : placed_test {
                 strip_file(options, space, names[i]);
             }
         };
-        std::vector<std::thread> workers;
-        for (unsigned i = 0; i < thread_count; ++i)
+        std::vector<std::jthread> workers;
+        while (workers.size() < thread_count)
             workers.emplace_back(work);
-        for (std::thread& worker : workers)
-            worker.join();
-        outcome result;
+        workers.clear();
         for (size_t i = 0; i < names.size(); ++i)
             result[names[i]] = said[i];
         for (const std::string& name : place.list())
