@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
-#include <sstream>
 
 #include "objfile/objident_tables.h"
 #include "shared/genmessage.h"
 #include "support/child.h"
 #include "support/elf_builder.h"
+#include "support/table.h"
 
 using namespace std::string_literals;
 
@@ -116,14 +116,6 @@ std::string bytes_of(const std::string& word) {
     return bytes;
 }
 
-std::vector<words> rows_of(const std::string& text) {
-    std::vector<words> rows;
-    std::istringstream stream(text);
-    for (std::string row; std::getline(stream, row, ';');)
-        rows.push_back(split(row));
-    return rows;
-}
-
 struct objident : placed_test {
     obj_history history;
     std::string said;
@@ -133,31 +125,29 @@ struct objident : placed_test {
     objident() { gen_use_sink(sink); }
 
     // The record as text: kind, target, machine; class, orders of data and code; symbol size,
-    // flags, file type, magic.
-    words identify(const std::string& bytes, const char* name = nullptr) {
+    // flags, file type.
+    std::string identify(const std::string& bytes, const char* name = nullptr) {
         const gen_stream_ptr stream = stream_of(container + bytes, int64_t(container.size()));
         const objinfo* const info = obj_identify(history, stream.get(), name);
         EXPECT_EQ(stream->position, container.size());
         const objinfo& found = history.latest;
         const char data = "lb"[found.big_endian], code = "lb"[found.code_big_endian];
-        return split(!info ? "none"
-                           : words_of("%u %u %X %u%c%c %u %X %u %02X%02X", found.kind, found.target,
-                                      found.machine, found.class_bits, data, code,
-                                      found.sym_entry_size, found.flags, found.file_type,
-                                      found.magic[0], found.magic[1]));
+        return !info ? "none"
+                     : words_of("%u %u %X %u%c%c %u %X %u", found.kind, found.target, found.machine,
+                                found.class_bits, data, code, found.sym_entry_size, found.flags,
+                                found.file_type);
     }
     // In each row: the bytes, the record, and perhaps a name. In front of each comes another file.
-    void check(const std::string& before, const std::string& text) {
-        for (const words& row : rows_of(text)) {
+    void check(const std::string& before, const std::string& table) {
+        for (const words& row : rows_of(table)) {
+            const std::string bytes = bytes_of(row[0]);
             identify(before);
             said.clear();
-            const words record =
-                identify(bytes_of(row[0]), row.size() > 9 ? row[9].c_str() : nullptr);
-            EXPECT_EQ(record, words(row.begin() + 1, row.begin() + 9)) << row[0];
+            EXPECT_EQ(identify(bytes, row[2].c_str()), row[1]) << row[0];
             EXPECT_EQ(said.substr(0, 36),
-                      row[0].ends_with("0D0A") ? "error: archive file 'some.a' has had" : "")
+                      bytes.ends_with("\r\n") ? "error: archive file 'some.a' has had" : "")
                 << row[0];
-            place.put("named", bytes_of(row[0]));
+            place.put("named", bytes);
             const int is_coff = obj_is_coff_family(history, nullptr, "named");
             const int is_known = obj_is_known_object(history, nullptr, "named");
             EXPECT_EQ(is_coff + is_known, "0121222010001000110"[history.latest.kind] - '0')
@@ -171,42 +161,42 @@ TEST_F(objident, kinds_and_what_stays_from_the_file_before) {
     // those of "MZ", and so does the target where the machine has none. An archive that is imitated
     // keeps even the kind. A short file has 0xFF for what it lacks, an empty one zeros.
     check(bytes_of("4C01~0380"), R"(
-        6486~0180 2 138 8664 64ll 18 FFFF8001 0 6486; 0160~0002 2 31 160 32bb 24 2 2 0160;
-        01DF~0400 5 33 1DF 32bb 18 400 1 01DF; C200~0020 2 131 C2 32ll 18 2000 1 C200;
-        4C01~0400 2 6 14C 32ll 18 4 1 4C01 x.pro; 4C01 2 6 14C 32ll 18 FFFFFFFF 2 4C01;
-        %4C01~0220 6 6 5A4D 32ll 18 2002 3 4D5A; %0160~0001 6 31 5A4D 32bb 18 1 0 4D5A;
-        %0000~0300 6 6 5A4D 32ll 18 3 2 4D5A; 07016400 1 43 640107 32ll 12 0 0 0701;
-        0103010B 1 10 1030107 32bb 12 0 0 0103;
-        7F'ORV'0000000100000008 18 0 4F7F 0ll 18 FFFF8003 0 7F4F;
-        7F'ORV'0000000900000007 9 128 7 0ll 18 FFFF8003 5 7F4F;
-        '!<arch>'0A 8 0 3C21 0ll 18 FFFF8003 2 213C; '<aiaff>'0A 12 0 613C 0ll 18 FFFF8003 2 3C61;
-        '!<elfa>'0A 16 0 3C21 0ll 18 FFFF8003 2 213C; '<aia' 2 0 613C 0ll 18 FFFF8003 2 3C61;
-        '!<arch64>'0A 17 0 3C21 0ll 18 FFFF8003 2 213C; '!<arch>'09 2 0 3C21 0ll 18 FFFF8003 2 213C;
-        '!<arch>'0D0A 18 0 3C21 0ll 18 FFFF8003 2 213C some.a;
-        '!<elfa>'0D0A 18 0 3C21 0ll 18 FFFF8003 2 213C some.a;
-        '<aiaff>'0D0A 18 0 613C 0ll 18 FFFF8003 2 3C61 some.a;
-        '!<arch64>'0D0A 18 0 3C21 0ll 18 FFFF8003 2 213C some.a;
-        0000FFFF 11 0 0 0ll 18 FFFF8003 2 0000; 00000258 10 0 0 0ll 18 FFFF8003 2 0000;
-        0000000020000000FFFF0000FFFF0000~ 14 125 14C 0ll 18 FFFF8003 2 0000;
-        0000000020000000FFFF0000FFFF000001~ 18 6 14C 0ll 0 0 0 0000;
-        '??' 13 122 14C 0ll 0 0 0 3F3F a.b/x.o.dbp; '??' 13 122 14C 0ll 0 0 0 3F3F x.PRO;
-        '??' 13 123 14C 0ll 0 0 0 3F3F x.gpro; '!<aiaff>'0A 18 6 14C 0ll 0 0 0 213C;
-        '' 18 6 14C 0ll 0 0 0 0000; 0100FFFF 18 6 14C 0ll 0 0 0 0100)");
+        > 6486~0180 | 2 138 8664 64ll 18 FFFF8001 0 > 0160~0002 | 2 31 160 32bb 24 2 2
+        > 01DF~0400 | 5 33 1DF 32bb 18 400 1 > C200~0020 | 2 131 C2 32ll 18 2000 1
+        > 4C01~0400 | 2 6 14C 32ll 18 4 1 | x.pro > 4C01 | 2 6 14C 32ll 18 FFFFFFFF 2
+        > %4C01~0220 | 6 6 5A4D 32ll 18 2002 3 > %0160~0001 | 6 31 5A4D 32bb 18 1 0
+        > %0000~0300 | 6 6 5A4D 32ll 18 3 2 > 07016400 | 1 43 640107 32ll 12 0 0
+        > 0103010B | 1 10 1030107 32bb 12 0 0
+        > 7F'ORV'0000000100000008 | 18 0 4F7F 0ll 18 FFFF8003 0
+        > 7F'ORV'0000000900000007 | 9 128 7 0ll 18 FFFF8003 5
+        > '!<arch'3E0A | 8 0 3C21 0ll 18 FFFF8003 2 > '<aiaff'3E0A | 12 0 613C 0ll 18 FFFF8003 2
+        > '!<elfa'3E0A | 16 0 3C21 0ll 18 FFFF8003 2 > '<aia' | 2 0 613C 0ll 18 FFFF8003 2
+        > '!<arch64'3E0A | 17 0 3C21 0ll 18 FFFF8003 2 > '!<arch'3E09 | 2 0 3C21 0ll 18 FFFF8003 2
+        > '!<arch'3E0D0A | 18 0 3C21 0ll 18 FFFF8003 2 | some.a
+        > '!<elfa'3E0D0A | 18 0 3C21 0ll 18 FFFF8003 2 | some.a
+        > '<aiaff'3E0D0A | 18 0 613C 0ll 18 FFFF8003 2 | some.a
+        > '!<arch64'3E0D0A | 18 0 3C21 0ll 18 FFFF8003 2 | some.a
+        > 0000FFFF | 11 0 0 0ll 18 FFFF8003 2 > 00000258 | 10 0 0 0ll 18 FFFF8003 2
+        > 0000000020000000FFFF0000FFFF0000~ | 14 125 14C 0ll 18 FFFF8003 2
+        > 0000000020000000FFFF0000FFFF000001~ | 18 6 14C 0ll 0 0 0
+        > '??' | 13 122 14C 0ll 0 0 0 | a.b/x.o.dbp > '??' | 13 122 14C 0ll 0 0 0 | x.PRO
+        > '??' | 13 123 14C 0ll 0 0 0 | x.gpro > '!<aiaff'3E0A | 18 6 14C 0ll 0 0 0
+        > '' | 18 6 14C 0ll 0 0 0 > 0100FFFF | 18 6 14C 0ll 0 0 0)");
     // Code may have another order than data, and the class may lie in the flags.
     check("", R"(
-        =0/3E/0/1 3 129 3E 64ll 0 0 1 7F45; =0/3E/0/4 3 129 3E 64ll 0 0 4 7F45;
-        =3/8/7/5 3 62 8 32bb 0 7 0 7F45; =2/28/800000/2 3 69 28 64bl 0 800000 2 7F45;
-        =1/28/800000/2 3 69 28 32lb 0 800000 2 7F45; =3/B7/0/3 3 137 B7 32bl 0 0 3 7F45;
-        =3/28/FF7FFFFF/2 3 69 28 32bb 0 FF7FFFFF 2 7F45;
-        =3/2A/3000000/2 3 0 2A 32bb 0 3000000 2 7F45; =3/2C/1000000/2 3 84 2C 32bl 0 1000000 2 7F45;
-        =0/F3/0/2 3 141 F3 64ll 0 80000000 2 7F45; =1/F3/80000015/2 3 140 F3 32ll 0 15 2 7F45)");
+        > =0/3E/0/1 | 3 129 3E 64ll 0 0 1 > =0/3E/0/4 | 3 129 3E 64ll 0 0 4
+        > =3/8/7/5 | 3 62 8 32bb 0 7 0 > =2/28/800000/2 | 3 69 28 64bl 0 800000 2
+        > =1/28/800000/2 | 3 69 28 32lb 0 800000 2 > =3/B7/0/3 | 3 137 B7 32bl 0 0 3
+        > =3/28/FF7FFFFF/2 | 3 69 28 32bb 0 FF7FFFFF 2 > =3/2A/3000000/2 | 3 0 2A 32bb 0 3000000 2
+        > =3/2C/1000000/2 | 3 84 2C 32bl 0 1000000 2 > =0/F3/0/2 | 3 141 F3 64ll 0 80000000 2
+        > =1/F3/80000015/2 | 3 140 F3 32ll 0 15 2)");
     // Weak marks count where no target is left from the file before.
     check("!<arch>\n", R"(
-        0100FFFF 9 120 3C21 0ll 0 0 5 0100; 0002FFFF 9 120 3C21 0ll 0 0 5 0002;
-        0404FFFF 9 120 3C21 0ll 0 0 5 0404; 0102FFFF 9 121 3C21 0ll 0 0 5 0102;
-        'INT'00 9 126 3C21 0ll 0 0 5 494E; 'VLG'00 9 142 3C21 0ll 0 0 5 564C;
-        0504FFFF 18 0 405 0ll 0 0 0 0504; '' 18 0 0 0ll 0 0 0 0000; '?' 18 0 FF3F 0ll 0 0 0 3FFF;
-        02100108 15 113 108 32bb 0 0 2 0210)");
+        > 0100FFFF | 9 120 3C21 0ll 0 0 5 > 0002FFFF | 9 120 3C21 0ll 0 0 5
+        > 0404FFFF | 9 120 3C21 0ll 0 0 5 > 0102FFFF | 9 121 3C21 0ll 0 0 5
+        > 'INT'00 | 9 126 3C21 0ll 0 0 5 > 'VLG'00 | 9 142 3C21 0ll 0 0 5
+        > 0504FFFF | 18 0 405 0ll 0 0 0 > '' | 18 0 0 0ll 0 0 0 > '?' | 18 0 FF3F 0ll 0 0 0
+        > 02100108 | 15 113 108 32bb 0 0 2)");
     EXPECT_EQ(obj_identify(history, nullptr, "none"), nullptr);
     EXPECT_TRUE(history.ti_coff);
 }
@@ -242,9 +232,9 @@ TEST_F(objident, notes_are_read_without_padding) {
 TEST_F(objident, damaged_elf_files_end_without_a_word) {
     const std::string whole = elf(3, 36, 0, et::exec, note(3, 1));
     for (size_t at = 4; at < whole.size(); ++at) {
-        EXPECT_EQ(identify(whole.substr(0, at))[0], "3") << at;
+        EXPECT_EQ(identify(whole.substr(0, at))[0], '3') << at;
         for (const char byte : {'\0', '\xFF'})
-            EXPECT_EQ(identify(std::string(whole).replace(at, 1, 1, byte))[0], "3") << at;
+            EXPECT_EQ(identify(std::string(whole).replace(at, 1, 1, byte))[0], '3') << at;
     }
     EXPECT_EQ(said, "");
 }
