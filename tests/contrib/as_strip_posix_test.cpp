@@ -85,17 +85,12 @@ std::string what_is_left(const std::string& bytes) {
 // What the shell reads behind "strip", the file that it concerns, and what comes of it: what is
 // left, what the refusal says, and which of "plain unused_here" are still there.
 const char* const strip_rows = R"(
-> dynamic | dynamic | c
-> -s static | static | c
-> --strip-unneeded dynamic | dynamic | c
-> --strip-unneeded shared | shared | c
-> --strip-all relocs | relocs | c
-> link | dynamic | c
+> dynamic | dynamic | c > -s static | static | c > --strip-unneeded dynamic | dynamic | c
+> --strip-unneeded shared | shared | c > --strip-all relocs | relocs | c > link | dynamic | c
 > image.exe | image.exe |
 > -g image.exe | image.exe | | symbols of a PE image go together; use --strip-all
 > -N a image.exe | image.exe | | a PE image takes none of -R, -K and -N
-> -g dynamic | dynamic | cs | | plain unused_here
-> -S shared | shared | cs | | plain
+> -g dynamic | dynamic | cs | | plain unused_here > -S shared | shared | cs | | plain
 > static -d -R .comment | static | s | | plain unused_here
 > -N plain dynamic | dynamic | cds | | unused_here
 > -g -w -N 'pl*' -N 'unused*' static | static | cs | | none
@@ -114,18 +109,16 @@ const char* const strip_rows = R"(
 > -x dynamic | dynamic | cds | option -x has no translation
 > -o out dynamic static | dynamic | cds | with -o there can be only one file
 > appended | appended | cds | the data appended to it would be lost
-> -g cut | cut | | it ends before its contents do
-> -g triple.o | triple.o | cs | | plain
+> -g cut | cut | | it ends before its contents do > -g triple.o | triple.o | cs | | plain
 > --strip-unneeded triple.o | triple.o | cs
 > -g -N factor triple.o | triple.o | cds | relocations would be lost
 > triple.o | triple.o | cds | cannot be linked; use --strip-debug
 > -g group.o | group.o | cds | its section groups would not fit
 > -g groups.a | groups.a | | groups.a(group.o): its section groups would not fit
-> --strip-debug --remove-section=.comment --remove-section=.note -D -R '.gnu.lto_*'
-  -R '.gnu.debuglto_*' -N __gnu_lto_slim -N __gnu_lto_v1 archive.a | archive.a |
+> --strip-debug --remove-section=.comment --remove-section=.note -D -R '.gnu.lto_*' -R
+  '.gnu.debuglto_*' -N __gnu_lto_slim -N __gnu_lto_v1 archive.a | archive.a |
 > -g app.c dynamic | dynamic | cs | app.c: file format not recognized
-> -g missing dynamic | dynamic | cs | missing: no such file
-> @arguments | blank name |
+> -g missing dynamic | dynamic | cs | missing: no such file > @arguments | blank name |
 > -v -- --strip-debug | --strip-debug | c
 > -po out dynamic -R .gnu.switches.text.lipo_info && mv out dynamic | dynamic | c
 )";

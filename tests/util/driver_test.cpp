@@ -174,14 +174,14 @@ TEST(driver, files_of_other_kinds_are_refused_and_the_run_goes_on) {
           end of the file, 0xd)");
 }
 
-// Blanks fill each stamp up to 383 characters with its mark, and less what is left out.
+// Blanks fill each stamp up to 383 characters with its mark, and less what is left out. A stamp
+// that is patched in the program's file is the one that it shows.
 TEST(driver, version_stamps) {
     const std::string field = "@(#)Orvale Software, Compiler v2023.5.4";
     const std::tuple<std::string (*)(int), int, std::string, size_t> rows[] = {
         {version_stamp, 0, field, 383},
         {version_stamp, 4, field, 383},
         {version_stamp, 1, field.substr(4), 379},
-        {version_stamp, 2, field.substr(21), 362},
         {version_stamp, 3, field.substr(21), 362},
         {customer_stamp, 1, "[Customer version stamp space]", 379},
         {customer_stamp, 3, "", 0},
@@ -190,6 +190,13 @@ TEST(driver, version_stamps) {
     };
     for (const auto& [stamp, mode, text, size] : rows)
         EXPECT_EQ(stamp(mode), text + std::string(size - text.size(), ' ')) << mode;
+    if (!host_has_tools)
+        return;
+    const work_place place;
+    std::string program = read_file(OBJTRIM_PROGRAM);
+    program.replace(program.find(field), field.size(), "@(#)Orvale Software, Version 2023.5.4  ");
+    place.put("patched", program, 0755);
+    EXPECT_EQ(place.command("./patched -V").err, "Version 2023.5.4" + std::string(346, ' ') + "\n");
 }
 
 } // namespace
