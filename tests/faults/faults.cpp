@@ -19,10 +19,12 @@
 
 namespace {
 
-// "host" is any of the others but memory.
+// "host" is any of the others but memory. Each has its error number.
 constexpr const char* kinds[] = {"open",  "read",   "write",  "seek",  "close",  "rename",
                                  "mode",  "length", "delete", "make",  "lock",   "list",
                                  "times", "copy",   "status", "child", "memory", "host"};
+constexpr int errors[] = {EMFILE, EIO, ENOSPC, EINVAL, EDQUOT, EACCES, EPERM,  ENOSPC, EACCES,
+                          ENOSPC, EIO, EIO,    EPERM,  EIO,    EIO,    ECHILD, ENOMEM, 0};
 constexpr size_t kind_count = sizeof kinds / sizeof kinds[0], host = kind_count - 1;
 
 unsigned wanted_call, counts[kind_count];
@@ -48,14 +50,14 @@ bool is_struck(size_t kind) {
 }
 
 // Whether this call is to fail, with the error number set.
-bool fails(const char* name, int error) {
+bool fails(const char* name) {
     size_t kind = 0;
     while (strcmp(name, kinds[kind]) != 0)
         ++kind;
     const bool is_of_host = strcmp(name, "memory") != 0 && is_struck(host);
     const bool struck = is_struck(kind) || is_of_host;
     if (struck)
-        errno = wanted_mode[0] == 'a' ? EINTR : error;
+        errno = wanted_mode[0] == 'a' ? EINTR : errors[kind];
     return struck;
 }
 
@@ -64,10 +66,10 @@ bool fails(const char* name, int error) {
 // Each call that the link step leads here, and the real one. All take and give what fits a
 // register, so that one form serves them all. Where "short" is asked for, a transfer moves one byte
 // instead of failing.
-#define FAULTY(name, kind, error, failed)                                                          \
+#define FAULTY(name, kind, failed)                                                                 \
     extern "C" long __real_##name(long, long, long, long, long, long);                             \
     extern "C" long __wrap_##name(long a, long b, long c, long d, long e, long f) {                \
-        const bool struck = fails(#kind, error);                                                   \
+        const bool struck = fails(#kind);                                                          \
         const bool is_short = struck && wanted_mode[0] == 's' && c != 0;                           \
         return struck && !is_short ? failed : __real_##name(a, b, is_short ? 1 : c, d, e, f);      \
     }
@@ -83,7 +85,7 @@ time_t __real_time(time_t* result);
 
 // As on file systems that tell only now that a write has failed: what was written is not there.
 int __wrap_close(int descriptor) {
-    const bool failing = fails("close", EDQUOT);
+    const bool failing = fails("close");
     if (failing && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY &&
         ftruncate(descriptor, 1)) {
     }
