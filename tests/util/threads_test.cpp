@@ -16,23 +16,21 @@
 
 namespace {
 
+// Some are damaged.
 std::map<std::string, std::string> files_of_all_kinds() {
     std::map<std::string, std::string> files;
-    for (int i = 0; i < 48; ++i) {
-        const elf_form& form = elf_forms[static_cast<size_t>(i) % 4];
-        const std::string name = "f" + std::to_string(i);
-        symbol_draft symbols{.elf = base_draft(form)};
-        symbols.entries =
-            "T lS .text; main gF .text 16 8; s.c lf ABS; wide wF .text 8; undef gN ''; "
-            "@.rela.text 4 1 main 7; @.rel.text 2 1 T";
-        const std::string sections = build_elf(sample_draft(form));
-        files[name] = i % 3 != 0 ? sections : build_symbols(symbols);
-        if (i % 4 == 3)
-            files[name + ".dnm"] = build_dnm(sample_dnm(10 + i % 35));
+    for (size_t i = 0; i < 48; ++i) {
+        const std::string name = "f" + std::to_string(i),
+                          entries = "T lS .text; main gF .text 16 8; s.c lf ABS; wide wF .text 8; "
+                                    "undef gN ''; @.rela.text 4 1 main 7; @.rel.text 2 1 T";
+        symbol_draft symbols{.entries = entries, .elf = base_draft(elf_forms[i % 4])};
+        files[name] = i % 3 ? build_symbols(symbols) : build_elf(sample_draft(elf_forms[i % 4]));
         if (i % 5 == 0)
-            set_field(files[name], field::sh_name, UINT32_MAX, 1); // damaged
+            set_field(files[name], field::sh_name, UINT32_MAX, 1);
+        if (i % 4 == 3)
+            files[name + ".dnm"] = build_dnm(sample_dnm(int(10 + i % 35)));
         files[name + "_coff"] = build_coff({.big_endian = i % 2 != 0}).bytes;
-        files[name + "_pe"] = build_pe({.magic = i % 2 != 0 ? 0x20Bu : 0x10Bu}).bytes;
+        files[name + "_pe"] = build_pe({.magic = i % 2 ? 0x20Bu : 0x10Bu}).bytes;
     }
     return files;
 }
@@ -50,38 +48,35 @@ void strip_file(const strip_options& options, gen_temp_space& temp, const std::s
         coff_strip(std::move(stream), name.c_str(), *info, history.ti_coff, coff_wide_counts);
 }
 
-using outcome = std::map<std::string, std::string>; // of each file: the words, and the bytes then
+using outcome = std::map<std::string, std::string>; // of each file: the bytes; and what was said
 
 struct threads : placed_test {
     outcome strip_all(const strip_options& options, unsigned thread_count) {
-        const std::map<std::string, std::string> files = files_of_all_kinds();
         words names;
-        for (const auto& [name, bytes] : files) {
+        for (const auto& [name, bytes] : files_of_all_kinds()) {
             place.put(name, bytes);
             if (!name.ends_with(".dnm"))
                 names.push_back(name);
         }
         words said(names.size());
         std::atomic<size_t> next = 0;
-        const auto work = [&] {
-            gen_message_sink sink;
-            gen_use_sink(sink);
-            gen_temp_space space = {temp_counter};
-            for (size_t i; (i = next++) < names.size();) {
-                sink.gathered = &said[i];
-                strip_file(options, space, names[i]);
-            }
-        };
-        std::vector<std::thread> workers;
-        for (unsigned i = 0; i < thread_count; ++i)
-            workers.emplace_back(work);
-        for (std::thread& worker : workers)
-            worker.join();
+        std::vector<std::jthread> workers;
+        while (workers.size() < thread_count)
+            workers.emplace_back([&] {
+                gen_message_sink sink;
+                gen_use_sink(sink);
+                gen_temp_space space = {temp_counter};
+                for (size_t i; (i = next++) < names.size();) {
+                    sink.gathered = &said[i];
+                    strip_file(options, space, names[i]);
+                }
+            });
+        workers.clear();
         outcome result;
         for (size_t i = 0; i < names.size(); ++i)
-            result[names[i]] = said[i];
+            result["said of " + names[i]] = said[i];
         for (const std::string& name : place.list())
-            result[name] += place.get(name);
+            result[name] = place.get(name);
         return result;
     }
 };
@@ -94,13 +89,11 @@ TEST_F(threads, four_make_what_one_makes) {
             parse_option(options, argument.c_str());
         reconcile_options(options);
         const outcome alone = strip_all(options, 1);
-        EXPECT_NE(alone.at("f5"), files_of_all_kinds().at("f5"));
-        for (int round = 0; round < 4; ++round) {
-            const outcome together = strip_all(options, 4);
-            ASSERT_EQ(together.size(), alone.size()) << line;
-            for (const auto& [name, expected] : alone)
-                EXPECT_TRUE(together.at(name) == expected) << "'" << line << "' " << name;
-        }
+        EXPECT_TRUE(alone.at("f4") != files_of_all_kinds().at("f4")) << line;
+        for (int round = 0; round < 4; ++round)
+            for (const auto& [name, expected] : strip_all(options, 4))
+                EXPECT_TRUE(alone.contains(name) && alone.at(name) == expected)
+                    << "'" << line << "' " << name;
     }
 }
 
