@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
-#include "support/runner.h"
 #include "support/symbol_builder.h"
 
 namespace {
@@ -31,21 +30,18 @@ run_cost cost_of(const work_place& place, const std::string& line) {
     return cost;
 }
 
-// An object of `count` functions, each with a section, two relocations and a symbol with a name,
-// and of debugging data that goes.
-std::string many_functions(int count) {
+// An object of functions, each with a section, two relocations and a symbol with a name, and of
+// debugging data that goes.
+std::string many_functions() {
     symbol_draft draft{.elf = {.type = et::rel}};
-    std::vector<draft_section>& sections = draft.elf.sections;
-    for (int i = 0; i < count; ++i) {
-        const std::string number = std::to_string(i);
-        sections.push_back({".text." + number, sht::progbits, shf::alloc, filler(40, 1)});
-        draft.entries += "; a_function_of_the_library_" + number + " gF .text." + number;
-        for (const int symbol : {i, i / 2})
-            draft.entries += "; @.rela.text." + number + " 8 1 a_function_of_the_library_" +
-                             std::to_string(symbol) + " 0";
+    for (int i = 0; i < 2000; ++i) {
+        const std::string number = std::to_string(i), half = std::to_string(i / 2);
+        draft.elf.sections.push_back({".text." + number, sht::progbits, shf::alloc, filler(40, 1)});
+        draft.entries += (i != 0 ? "; func_" : "func_") + number + " gF .text." + number +
+                         "; @.rela.text." + number + " 8 1 func_" + number + "; @.rela.text." +
+                         number + " 8 1 func_" + half;
     }
-    draft.entries.erase(0, 2);
-    sections.push_back({".debug_info", sht::progbits, 0, filler(100000, 1)});
+    draft.elf.sections.push_back({.name = ".debug_info", .content = filler(100000, 1)});
     return build_symbols(draft);
 }
 
@@ -55,18 +51,16 @@ TEST(economy, few_calls_move_every_byte_about_once) {
     if (is_sanitized_build())
         GTEST_SKIP() << "a sanitizer reads for itself";
     constexpr uint64_t start = 40; // calls that a run begins and ends with
-    const std::string file = many_functions(2000);
-    for (const char* options :
-         {"", "-x -bl=a_function*7", "-s -wl=*12* -wl=a_function_of_the_library_5", "-a"}) {
-        SCOPED_TRACE(options);
+    const std::string file = many_functions();
+    for (const char* options : {"", "-x -bl=func*7", "-s -wl=*12* -wl=func_5", "-a"}) {
         work_place place;
         place.put("f", file);
         const run_cost cost = cost_of(place, options + std::string(" -stripreloc f"));
-        EXPECT_GT(cost.calls, 0U); // it came to its end
-        EXPECT_LT(place.get("f").size(), file.size());
-        EXPECT_LE(cost.calls, start + 4 * file.size() / (64 * 1024));
-        EXPECT_LE(cost.read, 3 * file.size());
-        EXPECT_LE(cost.written, file.size() + 4096);
+        EXPECT_GT(cost.calls, 0U) << options; // it came to its end
+        EXPECT_LT(place.get("f").size(), file.size()) << options;
+        EXPECT_LE(cost.calls, start + 4 * file.size() / (64 * 1024)) << options;
+        EXPECT_LE(cost.read, 3 * file.size()) << options;
+        EXPECT_LE(cost.written, file.size() + 4096) << options;
     }
 }
 
