@@ -66,10 +66,10 @@ uint64_t entry_offset(const std::string& file, field which, uint64_t index) {
 // Sets fields that follow each other in `field`.
 void set_fields(std::string& file, field first, uint64_t index,
                 std::initializer_list<uint64_t> values) {
-    for (const uint64_t value : values) {
-        set_field(file, first, value, index);
-        first = static_cast<field>(static_cast<int>(first) + 1);
-    }
+    const uint64_t offset = entry_offset(file, first, index);
+    auto which = static_cast<uint8_t>(first);
+    for (const uint64_t value : values)
+        put_field(file, form_of(file), field{which++}, offset, value);
 }
 
 uint64_t round_up(uint64_t value, uint64_t unit) {

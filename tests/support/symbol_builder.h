@@ -36,9 +36,9 @@ std::string trim_draft(const std::string& options, const elf_draft& draft,
                        const std::set<std::string>& removed, const run_limits& limits = {});
 
 // Strips a draft of each form for each case, "options | entries | expected |". Expected are the
-// entries that stay; or "!" and what is said, if anything, of a file that stays as it is; or "~", if
-// it only counts that nothing is said. In "{one/other}" the first text is for 32 bits, the other for
-// 64. With -stripreloc the file is an object. Cases have options of their own:
+// entries that stay; or "!" and what is said, if anything, of a file that stays as it is; or "~",
+// if it only counts that nothing is said. In "{one/other}" the first text is for 32 bits, the other
+// for 64. With -stripreloc the file is an object. Cases have options of their own:
 //
 //   ?elf32 ?big ...      for these forms only
 //   +names=.strtab       the table that section names are in
