@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <map>
-#include <unordered_map>
 
 const std::array<elf_form, 4> elf_forms = {{
     {"elf64_little", 64, false, 62},
@@ -16,46 +15,44 @@ const std::array<elf_form, 4> elf_forms = {{
 namespace {
 
 struct field_place {
+    const char* name;
     uint8_t offset32, width32, offset64, width64;
 };
 
 // In the order of `field`.
-// clang-format off
 constexpr field_place field_places[] = {
-    {16, 2, 16, 2}, {18, 2, 18, 2}, {20, 4, 20, 4}, {24, 4, 24, 8}, {28, 4, 32, 8}, {32, 4, 40, 8},
-    {36, 4, 48, 4}, {40, 2, 52, 2}, {42, 2, 54, 2}, {44, 2, 56, 2}, {46, 2, 58, 2}, {48, 2, 60, 2},
-    {50, 2, 62, 2},
-    {0, 4, 0, 4},   {24, 4, 4, 4},  {4, 4, 8, 8},   {8, 4, 16, 8},  {12, 4, 24, 8}, {16, 4, 32, 8},
-    {20, 4, 40, 8}, {28, 4, 48, 8},
-    {0, 4, 0, 4},   {4, 4, 4, 4},   {8, 4, 8, 8},   {12, 4, 16, 8}, {16, 4, 24, 8}, {20, 4, 32, 8},
-    {24, 4, 40, 4}, {28, 4, 44, 4}, {32, 4, 48, 8}, {36, 4, 56, 8},
-    {0, 4, 0, 4},   {12, 1, 4, 1},  {13, 1, 5, 1},  {14, 2, 6, 2},  {4, 4, 8, 8},   {8, 4, 16, 8},
-    {0, 4, 0, 8},   {4, 4, 8, 8},   {8, 4, 16, 8},  {0, 4, 0, 4},
-};
-// clang-format on
+    {"e_type", 16, 2, 16, 2},     {"e_machine", 18, 2, 18, 2},   {"e_version", 20, 4, 20, 4},
+    {"e_entry", 24, 4, 24, 8},    {"e_phoff", 28, 4, 32, 8},     {"e_shoff", 32, 4, 40, 8},
+    {"e_flags", 36, 4, 48, 4},    {"e_ehsize", 40, 2, 52, 2},    {"e_phentsize", 42, 2, 54, 2},
+    {"e_phnum", 44, 2, 56, 2},    {"e_shentsize", 46, 2, 58, 2}, {"e_shnum", 48, 2, 60, 2},
+    {"e_shstrndx", 50, 2, 62, 2}, {"p_type", 0, 4, 0, 4},        {"p_flags", 24, 4, 4, 4},
+    {"p_offset", 4, 4, 8, 8},     {"p_vaddr", 8, 4, 16, 8},      {"p_paddr", 12, 4, 24, 8},
+    {"p_filesz", 16, 4, 32, 8},   {"p_memsz", 20, 4, 40, 8},     {"p_align", 28, 4, 48, 8},
+    {"sh_name", 0, 4, 0, 4},      {"sh_type", 4, 4, 4, 4},       {"sh_flags", 8, 4, 8, 8},
+    {"sh_addr", 12, 4, 16, 8},    {"sh_offset", 16, 4, 24, 8},   {"sh_size", 20, 4, 32, 8},
+    {"sh_link", 24, 4, 40, 4},    {"sh_info", 28, 4, 44, 4},     {"sh_addralign", 32, 4, 48, 8},
+    {"sh_entsize", 36, 4, 56, 8}, {"st_name", 0, 4, 0, 4},       {"st_info", 12, 1, 4, 1},
+    {"st_other", 13, 1, 5, 1},    {"st_shndx", 14, 2, 6, 2},     {"st_value", 4, 4, 8, 8},
+    {"st_size", 8, 4, 16, 8},     {"r_offset", 0, 4, 0, 8},      {"r_info", 4, 4, 8, 8},
+    {"r_addend", 8, 4, 16, 8},    {"word", 0, 4, 0, 4}};
 
 elf_form form_of(const std::string& file) {
     return {"", file.at(4) == 2 ? 64 : 32, file.at(5) == 2, 0};
 }
 
-struct byte_range {
-    uint64_t at, width;
-    bool is_in(const std::string& bytes) const {
-        return bytes.size() >= width && at <= bytes.size() - width;
-    }
-};
-
-// Of a field of the entry at `offset`.
-byte_range range_of(const elf_form& form, field which, uint64_t offset) {
+// Where a field of the entry at `offset` is in these bytes, and its width; 0 if it is not inside.
+std::pair<size_t, size_t> place_of(const std::string& bytes, const elf_form& form, field which,
+                                   uint64_t offset) {
     const field_place& place = field_places[static_cast<size_t>(which)];
-    return form.is_64() ? byte_range{offset + place.offset64, place.width64}
-                        : byte_range{offset + place.offset32, place.width32};
+    const uint64_t at = offset + (form.is_64() ? place.offset64 : place.offset32);
+    const size_t width = form.is_64() ? place.width64 : place.width32;
+    return {at, at <= bytes.size() && width <= bytes.size() - at ? width : 0};
 }
 
 void put_field(std::string& bytes, const elf_form& form, field which, uint64_t offset,
                uint64_t value) {
-    if (const byte_range range = range_of(form, which, offset); range.is_in(bytes))
-        bytes.replace(range.at, range.width, number(value, range.width, form.big_endian));
+    if (const auto [at, width] = place_of(bytes, form, which, offset); width != 0)
+        bytes.replace(at, width, number(value, width, form.big_endian));
 }
 
 uint64_t entry_offset(const std::string& file, field which, uint64_t index) {
@@ -68,16 +65,12 @@ uint64_t entry_offset(const std::string& file, field which, uint64_t index) {
 
 // Sets fields that follow each other in `field`.
 void set_fields(std::string& file, field first, uint64_t index,
-                const std::vector<uint64_t>& values) {
-    for (size_t i = 0; i < values.size(); ++i)
-        set_field(file, static_cast<field>(static_cast<size_t>(first) + i), values[i], index);
+                std::initializer_list<uint64_t> values) {
+    const uint64_t offset = entry_offset(file, first, index);
+    auto which = static_cast<uint8_t>(first);
+    for (const uint64_t value : values)
+        put_field(file, form_of(file), field{which++}, offset, value);
 }
-
-struct layout {
-    uint64_t phoff = 0, shoff = 0, phentsize = 0, shentsize = 0;
-    std::vector<uint64_t> offsets = {};                       // of the sections
-    std::vector<std::pair<uint64_t, uint64_t>> segments = {}; // offsets and sizes
-};
 
 uint64_t round_up(uint64_t value, uint64_t unit) {
     return (value + unit - 1) / unit * unit;
@@ -86,103 +79,83 @@ uint64_t data_size(const draft_section& section) {
     return section.type == sht::nobits ? 0 : section.content.size();
 }
 
-layout lay_out(const elf_draft& draft) {
-    layout result;
-    const elf_form& form = draft.form;
+// Finds a place for everything that has none yet.
+void lay_out(elf_draft& draft) {
     const size_t count = draft.sections.size();
-    result.phentsize = (form.is_64() ? 56 : 32) + draft.extra_entsize;
-    result.shentsize = (form.is_64() ? 64 : 40) + draft.extra_entsize;
-    result.offsets.resize(count);
-    uint64_t end = form.is_64() ? 64 : 52;
-    for (char part : draft.order) {
-        if (part == 'P' && !draft.segments.empty()) {
-            result.phoff = round_up(end, form.word());
-            end = result.phoff + draft.segments.size() * result.phentsize;
-        } else if (part == 'S') {
-            result.shoff = round_up(end, form.word());
-            end = result.shoff + (count + 1) * result.shentsize;
-        }
-        for (size_t i = 0; i < count; ++i) {
-            if (part != (i < count / 2 ? '1' : '2'))
-                continue;
-            const draft_section& section = draft.sections[i];
-            const uint64_t next = round_up(end + section.gap, std::max<uint64_t>(section.align, 1));
-            result.offsets[i] = section.offset != 0 ? section.offset : next;
-            end = std::max(end, result.offsets[i] + data_size(section));
-        }
+    uint64_t end = draft.form.head_size();
+    const auto put = [&end](uint64_t& place, uint64_t align, uint64_t size) {
+        place = place != 0 ? place : round_up(end, std::max<uint64_t>(align, 1));
+        end = std::max(end, place + size);
+    };
+    for (const char part : draft.order) {
+        if (part == 'P' && !draft.segments.empty())
+            put(draft.phoff, draft.form.word(), draft.segments.size() * draft.segment_size());
+        if (part == 'S')
+            put(draft.shoff, draft.form.word(), (count + 1) * draft.section_size());
+        for (size_t i = 0; i < count; ++i)
+            if (part == (i < count / 2 ? '1' : '2')) {
+                end += draft.sections[i].gap;
+                put(draft.sections[i].offset, draft.sections[i].align,
+                    data_size(draft.sections[i]));
+            }
     }
-    for (const draft_segment& segment : draft.segments) {
-        const size_t section = index_of(draft, segment.section) - 1;
-        result.segments.emplace_back(result.offsets[section] + segment.skip,
-                                     draft.sections[section].content.size() - segment.skip);
+    for (draft_segment& segment : draft.segments) {
+        const draft_section& section = draft.sections[index_of(draft, segment.section) - 1];
+        segment.offset = section.offset + segment.skip;
+        segment.size = section.content.size() - segment.skip;
     }
-    return result;
 }
 
-// Gives sections their names. One name for all sections of that name, so that tens of thousands
-// stay small.
-std::vector<size_t> fill_name_table(elf_draft& draft) {
+// Gives sections their names: one for all sections of that name.
+std::vector<uint64_t> fill_name_table(elf_draft& draft) {
     if (index_of(draft, draft.name_table) == 0)
         draft.sections.push_back({.name = draft.name_table, .type = sht::strtab});
     std::string& names = draft.sections[index_of(draft, draft.name_table) - 1].content;
-    if (names.empty())
-        names = std::string(1, '\0');
-    std::unordered_map<std::string, size_t> known;
-    std::vector<size_t> result;
+    names.resize(std::max<size_t>(names.size(), 1));
+    std::vector<uint64_t> places;
     for (const draft_section& section : draft.sections) {
-        auto [found, added] = known.try_emplace(section.name, names.find(section.name + '\0'));
-        if (found->second == std::string::npos) {
-            found->second = names.size();
+        if (names.find(section.name + '\0') == std::string::npos)
             names += section.name + '\0';
-        }
-        result.push_back(found->second);
+        places.push_back(names.find(section.name + '\0'));
     }
-    return result;
+    return places;
 }
 
 // What belongs to no part of the draft is filled with `fill`.
-std::string write(elf_draft draft, const layout& at, char fill) {
-    const std::vector<size_t> names = fill_name_table(draft);
+std::string write(elf_draft draft, char fill) {
+    const std::vector<uint64_t> names = fill_name_table(draft);
     const elf_form& form = draft.form;
-    const uint64_t count = names.size() + 1, phnum = draft.segments.size();
+    const uint64_t count = names.size() + 1, size = form.head_size();
+    const uint32_t table = index_of(draft, draft.name_table);
     std::string file = {
         0x7f, 'E', 'L', 'F', form.is_64() ? '\2' : '\1', form.big_endian ? '\2' : '\1', '\1'};
-    file.resize(form.is_64() ? 64 : 52);
-    file.resize(
-        std::max({file.size(), at.phoff + phnum * at.phentsize, at.shoff + count * at.shentsize}),
-        fill);
-    for (size_t i = 0; i < draft.sections.size(); ++i)
-        if (const uint64_t size = data_size(draft.sections[i]); size != 0) {
-            file.resize(std::max(file.size(), at.offsets[i] + size), fill);
-            file.replace(at.offsets[i], size, draft.sections[i].content);
-        }
-    const uint32_t table = index_of(draft, draft.name_table);
+    file.resize(size);
+    const auto reach = [&](uint64_t end) { file.resize(std::max(file.size(), end), fill); };
+    reach(draft.phoff + draft.segments.size() * draft.segment_size());
+    reach(draft.shoff + count * draft.section_size());
     set_fields(file, field::e_type, 0,
-               {draft.type, form.machine, 1, 0x1000, at.phoff, at.shoff, 0x01020304,
-                form.is_64() ? 64u : 52u, at.phentsize, phnum, at.shentsize,
+               {draft.type, form.machine, 1, 0x1000, draft.phoff, draft.shoff, 0x01020304, size,
+                draft.segment_size(), draft.segments.size(), draft.section_size(),
                 count < 0xFF00 ? count : 0, table < 0xFF00 ? table : 0xFFFF});
     set_fields(file, field::sh_name, 0,
                {0, 0, 0, 0, 0, count < 0xFF00 ? 0 : count, table < 0xFF00 ? 0 : table, 0, 0, 0});
     for (size_t i = 0; i < names.size(); ++i) {
         const draft_section& section = draft.sections[i];
-        const bool has_target = (section.type & 15) == sht::rela || (section.type & 15) == sht::rel;
+        if (data_size(section) != 0) {
+            reach(section.offset + section.content.size());
+            file.replace(section.offset, section.content.size(), section.content);
+        }
         set_fields(file, field::sh_name, i + 1,
-                   {names[i], section.type, section.flags, section.flags * 0x1000, at.offsets[i],
+                   {names[i], section.type, section.flags, section.flags * 0x1000, section.offset,
                     section.content.size(), index_of(draft, section.link),
-                    has_target ? index_of(draft, section.info) : 21, section.align,
-                    section.entsize});
+                    index_of(draft, section.info), section.align, section.entsize});
     }
-    for (size_t i = 0; i < phnum; ++i) {
-        const auto& [offset, size] = at.segments[i];
+    for (size_t i = 0; i < draft.segments.size(); ++i) {
+        const auto& [section, skip, offset, bytes] = draft.segments[i];
         set_fields(file, field::p_type, i,
-                   {1, 5, offset, 0x20000 + i, 0x30000 + i, size, size + 16, 4});
+                   {1, 5, offset, 0x20000 + i, 0x30000 + i, bytes, bytes + 16, 4});
     }
     return file;
-}
-
-std::string content_at(const std::string& file, uint64_t index) {
-    return file.substr(std::min<uint64_t>(file.size(), get_field(file, field::sh_offset, index)),
-                       get_field(file, field::sh_size, index));
 }
 
 } // namespace
@@ -202,6 +175,8 @@ uint64_t number_at(const std::string& bytes, size_t at, size_t width, bool big_e
 }
 
 uint32_t index_of(const elf_draft& draft, const std::string& name) {
+    if (name[0] == '#')
+        return static_cast<uint32_t>(std::stoul(name.substr(1)));
     for (size_t i = 0; i < draft.sections.size() && !name.empty(); ++i)
         if (draft.sections[i].name == name)
             return static_cast<uint32_t>(i + 1);
@@ -214,31 +189,31 @@ elf_draft complete(elf_draft draft) {
 }
 
 std::string build_elf(const elf_draft& draft) {
-    const elf_draft whole = complete(draft);
-    return write(whole, lay_out(whole), '\xEE'); // to be seen when carried over
+    elf_draft whole = complete(draft);
+    lay_out(whole);
+    return write(whole, '\xEE'); // to be seen when carried over
 }
 
-std::string build_moved(const elf_draft& before, elf_draft after) {
-    const elf_draft old = complete(before);
+std::string build_moved(elf_draft before, elf_draft after) {
+    fill_name_table(before);
     fill_name_table(after);
-    const uint64_t word = old.form.word();
-    const layout was = lay_out(old);
-    layout now = was;
-    now.offsets.clear();
+    lay_out(before);
+    after.phoff = before.phoff;
+    after.shoff = before.shoff;
+    after.segments = before.segments;
+    const uint64_t word = before.form.word();
     std::map<uint64_t, uint64_t> saved; // by the offset of what shrinks or goes
-    for (size_t i = 0; i < old.sections.size(); ++i) {
-        const draft_section& section = old.sections[i];
-        const size_t next = now.offsets.size();
+    auto kept = after.sections.begin();
+    for (const draft_section& section : before.sections) {
         uint64_t left = 0;
-        if (next < after.sections.size() && after.sections[next].name == section.name) {
-            std::string& content = after.sections[next].content;
-            if (content.size() != section.content.size())
-                content.resize(round_up(content.size(), word));
-            left = data_size(after.sections[next]);
-            now.offsets.push_back(was.offsets[i]);
+        if (kept != after.sections.end() && kept->name == section.name) {
+            if (kept->content.size() != section.content.size())
+                kept->content.resize(round_up(kept->content.size(), word));
+            kept->offset = section.offset;
+            left = data_size(*kept++);
         }
         if (left != data_size(section))
-            saved[was.offsets[i]] += data_size(section) / word * word - left;
+            saved[section.offset] += data_size(section) / word * word - left;
     }
     const auto move = [&saved](uint64_t& offset) {
         uint64_t less = 0;
@@ -246,33 +221,32 @@ std::string build_moved(const elf_draft& before, elf_draft after) {
             less += cut->second;
         offset -= less;
     };
-    move(now.phoff);
-    move(now.shoff);
-    std::for_each(now.offsets.begin(), now.offsets.end(), move);
-    for (auto& [offset, size] : now.segments)
-        move(offset);
-    now.phentsize -= before.extra_entsize;
-    now.shentsize -= before.extra_entsize;
-    return write(after, now, '\0');
+    move(after.phoff);
+    move(after.shoff);
+    for (draft_section& section : after.sections)
+        move(section.offset);
+    for (draft_segment& segment : after.segments)
+        move(segment.offset);
+    after.extra_entsize = 0;
+    return write(after, '\0');
 }
 
 std::string build_stripped(const elf_draft& before, const std::set<std::string>& removed) {
     elf_draft after = complete(before);
     std::erase_if(after.sections, [&](const draft_section& section) {
-        return (section.flags & shf::alloc) == 0 && removed.count(section.name) != 0;
+        return (section.flags & shf::alloc) == 0 && removed.contains(section.name);
     });
     return build_moved(before, after);
 }
 
 std::string difference(const std::string& actual, const std::string& expected) {
-    const auto [one, other] =
-        std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-    const auto at = static_cast<uint64_t>(one - actual.begin());
-    std::string text = actual == expected
-                           ? ""
-                           : "byte " + std::to_string(at) + " of " + std::to_string(actual.size()) +
-                                 "; expected: " + std::to_string(expected.size());
-    for (uint64_t i = 1; i < get_field(expected, field::e_shnum) && !text.empty(); ++i)
+    if (actual == expected)
+        return "";
+    const auto end = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
+    const auto at = static_cast<uint64_t>(end.first - actual.begin());
+    std::string text = "byte " + std::to_string(at) + " of " + std::to_string(actual.size()) +
+                       "; expected: " + std::to_string(expected.size());
+    for (uint64_t i = 1; i < get_field(expected, field::e_shnum); ++i)
         if (at - get_field(expected, field::sh_offset, i) < get_field(expected, field::sh_size, i))
             text += ", in section " + std::to_string(i);
     return text;
@@ -321,10 +295,15 @@ elf_draft sample_draft(const elf_form& form, bool with_symbols) {
     return draft;
 }
 
+field field_called(const std::string& name) {
+    const auto* found = std::ranges::find(field_places, name, &field_place::name);
+    return static_cast<field>(found - std::begin(field_places));
+}
+
 uint64_t get_field(const std::string& file, field which, uint64_t index) {
     const elf_form form = form_of(file);
-    const byte_range range = range_of(form, which, entry_offset(file, which, index));
-    return range.is_in(file) ? number_at(file, range.at, range.width, form.big_endian) : 0;
+    const auto [at, width] = place_of(file, form, which, entry_offset(file, which, index));
+    return number_at(file, at, width, form.big_endian);
 }
 
 void set_field(std::string& file, field which, uint64_t value, uint64_t index) {
@@ -341,22 +320,13 @@ void append_entry(std::string& table, const elf_form& form, uint64_t size,
 
 std::vector<std::string> section_names(const std::string& file) {
     const uint64_t count = get_field(file, field::e_shnum),
-                   names = get_field(file, field::e_shstrndx);
-    const std::string table =
-        content_at(file, names == 0xFFFF ? get_field(file, field::sh_link) : names);
+                   names = get_field(file, field::e_shstrndx),
+                   table = get_field(file, field::sh_offset,
+                                     names == 0xFFFF ? get_field(file, field::sh_link) : names);
     std::vector<std::string> result;
     for (uint64_t i = 0; i < (count != 0 ? count : get_field(file, field::sh_size)); ++i)
-        result.push_back(table.c_str() +
-                         std::min<uint64_t>(get_field(file, field::sh_name, i), table.size()));
+        result.push_back(
+            file.c_str() +
+            std::min<uint64_t>(file.size(), table + get_field(file, field::sh_name, i)));
     return result;
-}
-
-uint64_t section_index(const std::string& file, const std::string& name) {
-    const std::vector<std::string> names = section_names(file);
-    const auto found = std::find(names.begin(), names.end(), name);
-    return found == names.end() ? 0 : static_cast<uint64_t>(found - names.begin());
-}
-
-std::string section_content(const std::string& file, const std::string& name) {
-    return content_at(file, section_index(file, name));
 }

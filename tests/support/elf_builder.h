@@ -34,6 +34,7 @@ struct elf_form {
 
     bool is_64() const { return elfbits == 64; }
     uint64_t word() const { return is_64() ? 8 : 4; }
+    uint64_t head_size() const { return is_64() ? 64 : 52; }
 };
 // 64 and 32 bits in little-endian order, then both in big-endian: x86-64, i386, PowerPC64, PowerPC.
 extern const std::array<elf_form, 4> elf_forms;
@@ -44,16 +45,17 @@ struct draft_section {
     uint64_t flags = 0;
     std::string content = {}; // of sht::nobits only the size counts
     uint64_t align = 1;
-    std::string link = {}; // name of the section that sh_link means
-    std::string info = {}; // name of the section that sh_info means
+    std::string link = {};    // the section that sh_link means, as index_of takes it
+    std::string info = "#21"; // and that sh_info means
     uint64_t entsize = 0;
     uint64_t gap = 0;    // bytes of no section in front of it
     uint64_t offset = 0; // a place of its own in the file; 0: behind the one before
 };
 
 struct draft_segment {
-    std::string section; // p_offset and p_filesz are those of this section,
-    uint64_t skip = 0;   // but begin so far inside it
+    std::string section;           // p_offset and p_filesz are those of this section,
+    uint64_t skip = 0;             // but begin so far inside it
+    uint64_t offset = 0, size = 0; // found when the file is built, as are the tables' below
 };
 
 struct elf_draft {
@@ -64,9 +66,14 @@ struct elf_draft {
     std::string order = "P12S"; // of both tables and both halves of the sections in the file
     uint16_t extra_entsize = 0; // bytes by which entries of both tables exceed the standard size
     std::string name_table = ".shstrtab"; // what it holds already serves section names, too
+    uint64_t phoff = 0, shoff = 0;
+
+    uint64_t segment_size() const { return (form.is_64() ? 56u : 32u) + extra_entsize; }
+    uint64_t section_size() const { return (form.is_64() ? 64u : 40u) + extra_entsize; }
 };
 
-uint32_t index_of(const elf_draft& draft, const std::string& section); // 0: none
+// The section's number; "#n" is number n. 0: none.
+uint32_t index_of(const elf_draft& draft, const std::string& section);
 std::string build_elf(const elf_draft& draft);
 
 // The draft with all section names in their table.
@@ -75,7 +82,7 @@ elf_draft complete(elf_draft draft);
 // the same order, with the contents that they have there. The rule: what lies behind data that
 // shrinks or goes moves down by what is saved, that is by the old size rounded down to the word of
 // the class, less the new one rounded up, to which its section is filled.
-std::string build_moved(const elf_draft& before, elf_draft after);
+std::string build_moved(elf_draft before, elf_draft after);
 // The same without the unallocated sections of these names.
 std::string build_stripped(const elf_draft& before, const std::set<std::string>& removed);
 // How one file differs from another, if it does.
@@ -101,6 +108,7 @@ enum class field : uint8_t {
     st_name, st_info, st_other, st_shndx, st_value, st_size, r_offset, r_info, r_addend, word
 };
 // clang-format on
+field field_called(const std::string& name);
 
 // A field of the file header, or of entry `index` of the table that the file header points to. A
 // field outside the file reads as 0 and is not written.
@@ -114,5 +122,3 @@ void append_entry(std::string& table, const elf_form& form, uint64_t size,
 
 // Of any file, as the tests read it.
 std::vector<std::string> section_names(const std::string& file); // by index; section 0 has ""
-uint64_t section_index(const std::string& file, const std::string& name); // 0: none
-std::string section_content(const std::string& file, const std::string& name);

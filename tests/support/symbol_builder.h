@@ -8,24 +8,18 @@
 // names of sections there are ABS, COM and #n; instead of a symbol's name there is #n as well.
 #pragma once
 
+#include <functional>
 #include <string>
-#include <vector>
 
 #include "support/elf_builder.h"
-
-struct header_change {
-    std::string section;
-    field which;
-    uint64_t value;
-};
+#include "support/runner.h"
 
 // Some sections. What -x and -s remove stands among those that stay.
 elf_draft base_draft(const elf_form& form);
 
 struct symbol_draft {
     std::string entries = {};                 // less symbol 0
-    std::string strings = {};                 // of ".strtab", "|" for NUL; empty: as needed
-    std::vector<header_change> changes = {};  // made in the end
+    std::string strings = {};                 // of ".strtab", "^" for NUL; empty: as needed
     uint64_t extra_entsize = 0;               // bytes by which symbols exceed their standard size
     elf_draft elf = base_draft(elf_forms[0]); // the tables come behind its sections
 };
@@ -33,12 +27,24 @@ struct symbol_draft {
 // The draft's file; the draft gets the tables that it lacks.
 std::string build_symbols(symbol_draft& draft);
 
-// Runs the program on the draft's file. What is wrong with the result, less the sections that the
-// program removed, when these entries and strings are expected; "untouched"; or, of an untouched
-// file, what was said, behind "(left) " when a temporary file is left.
-std::string strip_symbols(const std::string& options, symbol_draft draft,
-                          const std::string& entries = "", const std::string& strings = "");
+// Runs the program on a file, which then has the bytes of the result. What was said, without the
+// line end: "(left) " before it when a temporary file is left, and behind it whatever else is not
+// as it has to be: standard output, status, mode, other files, a new file of the same bytes.
+std::string trim_file(const std::string& options, std::string& file, const run_limits& limits = {});
+// The same of a draft whose result must be without these sections, and how it differs from that.
+std::string trim_draft(const std::string& options, const elf_draft& draft,
+                       const std::set<std::string>& removed, const run_limits& limits = {});
 
-// Strips the draft with other entries for each case: "options | entries | expected |", where what
-// strip_symbols gives back can be expected as well. With -stripreloc it is an object.
-void check_strips(symbol_draft draft, std::string cases);
+// Strips a draft of each form for each case, "options | entries | expected |". Expected are the
+// entries that stay; or "!" and what is said, if anything, of a file that stays as it is; or "~",
+// if it only counts that nothing is said. In "{one/other}" the first text is for 32 bits, the other
+// for 64. With -stripreloc the file is an object. Cases have options of their own:
+//
+//   ?elf32 ?big ...      for these forms only
+//   +names=.strtab       the table that section names are in
+//   +wide=4              bytes by which symbols exceed their standard size
+//   +in=^a^ +out=^a^     the strings that go in and come out
+//   #7:sh_size=9         a header field of section 7, for itself, is set to a number at the end;
+//   #:e_type=1           or one of the file header
+using draft_maker = std::function<elf_draft(const elf_form&)>;
+void check_strips(const std::string& cases, const draft_maker& make = base_draft);

@@ -1,5 +1,6 @@
 // Real programs of the compilers on this machine: the stripped ones are judged by readelf, and run
 // where they can.
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include "support/elf_builder.h"
@@ -7,19 +8,16 @@
 
 namespace {
 
-const char* const source = R"(
-struct point { int x, y; } points[] = {{1, 2}, {3, 4}};
-char empty[1000];
+const char* const source = R"(int numbers[] = {1, 2};
 #ifdef NATIVE
-#include <stdio.h>
-int main(int argc, char** argv) { return printf("%d %d\n", points[argc].x, empty[argc]), 7; }
+int puts(const char*);
+int main(void) { return puts("alive") + numbers[1]; }
 #else
-static char sum(struct point* at) { return (char)(at->x * 10 + at->y); }
-void _start(void) { for (;;) empty[1] = sum(points); }
+void _start(void) { for (;;) ++numbers[1]; }
 #endif
 )";
-const std::string clang = "clang -g -fuse-ld=lld -static -nostdlib -ffreestanding --target=";
-const std::string gcc = "-gcc -g -static -nostdlib -ffreestanding";
+const std::string bare = " -g -static -nostdlib -ffreestanding";
+const std::string clang = "clang -fuse-ld=lld" + bare + " --target=", gcc = "-linux-gnu-gcc" + bare;
 
 const std::pair<const char*, std::string> compilers[] = {
     {"gcc", "gcc -g -DNATIVE"},
@@ -34,10 +32,10 @@ const std::pair<const char*, std::string> compilers[] = {
     {"clang_powerpc64le", clang + "powerpc64le-linux-gnu"},
     {"clang_mips64el", clang + "mips64el-linux-gnuabi64"},
     {"clang_riscv32", clang + "riscv32-linux-gnu -mno-relax"},
-    {"gcc_arm", "arm-linux-gnueabihf" + gcc},
-    {"gcc_powerpc64", "powerpc64-linux-gnu" + gcc},
-    {"gcc_mips", "mips-linux-gnu" + gcc},
-    {"gcc_riscv64", "riscv64-linux-gnu" + gcc},
+    {"gcc_arm", "arm-linux-gnueabihf-gcc" + bare},
+    {"gcc_powerpc64", "powerpc64" + gcc},
+    {"gcc_mips", "mips" + gcc},
+    {"gcc_riscv64", "riscv64" + gcc},
 };
 
 // Removed without being asked, of what these compilers make.
@@ -50,9 +48,9 @@ struct real_program : testing::TestWithParam<std::pair<const char*, std::string>
 
 TEST_P(real_program, survives) {
     const std::string& compile = GetParam().second;
-    for (bool all : {false, true}) {
-        work_place place;
-        place.put("prog.c", source);
+    work_place place;
+    place.put("prog.c", source);
+    for (const bool all : {false, true}) {
         if (place.command(compile + " -o prog prog.c").status != 0)
             GTEST_SKIP() << "this machine cannot do: " << compile;
         const std::string before = place.get("prog");
@@ -61,16 +59,16 @@ TEST_P(real_program, survives) {
         words kept = section_names(before);
         uint64_t index = 0;
         std::erase_if(kept, [&](const std::string& name) {
-            const bool loaded = get_field(before, field::sh_flags, index++) & shf::alloc;
-            return !loaded &&
-                   (all ? name != ".shstrtab" && index > 1 : by_default.count(name) != 0);
+            const bool is_loaded = get_field(before, field::sh_flags, index++) & shf::alloc;
+            const bool goes = all ? name != ".shstrtab" && index > 1 : by_default.contains(name);
+            return goes && !is_loaded;
         });
         EXPECT_EQ(section_names(place.get("prog")), kept);
         // Relocations that stay in default mode name symbols that are gone.
-        if (all || section_index(before, ".rela.text") == 0)
+        if (all || std::ranges::count(kept, ".rela.text") == 0)
             EXPECT_EQ(place.command("readelf -aW prog").err, complaints);
         if (compile.find("NATIVE") != std::string::npos)
-            EXPECT_EQ(place.command("./prog").out, "3 0\n");
+            EXPECT_EQ(place.command("./prog").out, "alive\n");
     }
 }
 

@@ -1,126 +1,143 @@
-// Files that are refused, damaged or cannot be replaced: they keep every byte, nothing is left
-// beside them, and the run goes on unless the message says fatal.
-#include <cinttypes>
+// Files that are refused or damaged: they keep every byte, nothing is left beside them, and what is
+// said has the field, its value and the bound. Of each bound the last good value is there, too.
+#include <filesystem>
 #include <gtest/gtest.h>
 
-#include "support/elf_builder.h"
-#include "support/runner.h"
+#include "support/symbol_builder.h"
 
 namespace {
 
-// Runs on a bad file and a good one. The bad one must stay as it is, and the good one be stripped
-// if the run goes on. What was said must be one line that begins with the text, and be no longer
-// if the text is a whole line. Returns it.
-std::string refuse(const std::string& bad, const std::string& expected,
-                   const std::string& options = "") {
-    work_place place;
-    const std::string good = build_elf(sample_draft(elf_forms[3], false));
-    place.put("bad.elf", bad);
-    place.put("good.elf", good);
-    const file_state before = place.state("bad.elf");
-    const run_result result = place.trim(options + " bad.elf good.elf");
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err.substr(0, expected.size()), expected);
-    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1);
-    EXPECT_TRUE(place.state("bad.elf") == before);
-    EXPECT_EQ(place.list(), split("bad.elf good.elf"));
-    EXPECT_EQ(place.get("good.elf") == good, expected.find("fatal") != std::string::npos);
-    return result.err;
+// Its numbers are the same for all forms, as far as they can be. .debug_info (1) and .line (3) go;
+// .symtab (9) is the end of the file, at 0x1020 or 0x1030.
+elf_draft ten_sections(const elf_form& form) {
+    elf_draft draft = base_draft(form);
+    const uint64_t word = form.word();
+    for (const draft_section& section :
+         {draft_section{".strtab", sht::strtab}, draft_section{".shstrtab", sht::strtab},
+          draft_section{".rela.text", sht::rela, 0, "", 8, ".symtab", ".text", word * 3},
+          draft_section{".symtab", sht::symtab, 0, "", 8, ".strtab", "", 8 + word * 2},
+          draft_section{".symtab_shndx", sht::shndx, 0, "", 4, ".symtab"}})
+        draft.sections.push_back(section);
+    for (size_t i = 0; i < 10; ++i)
+        draft.sections[i].offset = i == 8 ? 0x1000 : 0x100 * (i + 1);
+    draft.segments = {{".text"}};
+    draft.phoff = 0x80;
+    draft.shoff = 0xA40;
+    return draft;
 }
 
-std::string in_hex(uint64_t value) {
-    char text[20];
-    snprintf(text, sizeof text, "0x%" PRIx64, value);
-    return text;
-}
+// What is said of damage, less its beginning; or "~" for nothing. PAST stands for where a table
+// reaches.
+const char* const wrong_numbers = R"(
+#:e_shnum={37/23}     | sh_name 0xeeeeeeee of section 11 is outside the section-name string table
+                        of 0x5b bytes |
+#:e_shnum={38/24}     | section header table at e_shoff 0xa40 with e_shnum {38/24} PAST |
+#:e_shoff=-63         | section header table at e_shoff 0x{/ffffffff}ffffffc1 with e_shnum 11 PAST |
+#:e_shnum=8           | ~ |
+#:e_shnum=7           | e_shstrndx 7 is not below the section count 7 |
+#:e_shstrndx=0xFFFF   | e_shstrndx 65535 is not below the section count 11 |
+#:e_shnum=0 #0:sh_size=11 #0:sh_link=7 #:e_shstrndx=0xFFFF | ~ |
+#:e_shnum=0 #0:sh_size=0xFFFFFFFF | section header table at e_shoff 0xa40 with e_shnum 4294967295
+                        PAST |
+#:e_shentsize={39/63} | e_shentsize {39/63} is below {40/64} |
+#:e_shentsize=0       | ~ |
+#:e_phoff={0x1000/0xFF8} | ~ |
+#:e_phoff={0x1001/0xFF9} | program header table at e_phoff {0x1001/0xff9} with e_phnum 1 PAST |
+#:e_phoff=-55         | program header table at e_phoff 0x{/ffffffff}ffffffc9 with e_phnum 1 PAST |
+#:e_phnum=0x7FFF      | program header table at e_phoff 0x80 with e_phnum 32767 PAST |
+#:e_phnum=0xFFFF      | e_phnum 0xFFFF (extended numbering) is not supported |
+#:e_phentsize=0       | ~ |
+#0:sh_size=9 #0:sh_link=9 #0:sh_info=9 | ~ |
+#4:sh_name=0x5A       | ~ |
+#4:sh_name=0x5B       | sh_name 0x5b of section 4 is outside the section-name string table
+                        of 0x5b bytes |
+#1:sh_offset={0x34/0x40} | ~ |
+#1:sh_offset=0x33     | REMOVED 0x33 with sh_size 0x15 shares bytes with a header at 0x0
+                        with size {0x34/0x40} |
+#1:sh_offset=0xA44    | REMOVED 0xa44 with sh_size 0x15 shares bytes with a header at 0xa40
+                        with size {0x1b8/0x2c0} |
+#1:sh_offset=0x84     | REMOVED 0x84 with sh_size 0x15 shares bytes with a header at 0x80
+                        with size {0x20/0x38} |
+#1:sh_offset=0x200    | REMOVED 0x200 with sh_size 0x15 shares bytes with section 2 at 0x200
+                        with size 0x30 |
+#1:sh_size=0x100      | ~ |
+#1:sh_size=0x101      | REMOVED 0x100 with sh_size 0x101 shares bytes with section 2 at 0x200
+                        with size 0x30 |
+#1:sh_size=-8         | REMOVED 0x100 with sh_size 0x{/ffffffff}fffffff8 shares bytes with section 2
+                        at 0x200 with size 0x30 |
+#9:sh_link=0          | sh_link 0 of symbol table section 9 names no string table among sections
+                        1 to 10 |
+#9:sh_link=11         | sh_link 11 of symbol table section 9 names no string table among sections
+                        1 to 10 |
+#9:sh_entsize={15/23} | sh_entsize {15/23} of symbol table section 9 is below {16/24} |
+#9:sh_size=-1         | section 9 at sh_offset 0x1000 with sh_size 0x{/ffffffff}ffffffff PAST |
+#9:sh_offset=0x1001   | section 9 at sh_offset 0x1001 with sh_size {0x20/0x30} PAST |
+#6:sh_size=1          | st_name 0x1 of symbol 1 is outside the string table of 0x1 bytes |
+#8:sh_entsize=20      | sh_entsize 20 of relocation section 8 is not {12/24} |
+#8:sh_offset=0x2000   | section 8 at sh_offset 0x2000 with sh_size {0xc/0x18} PAST |)";
 
-const std::string error = "objtrim: error: ";
-const std::string damaged = error + "file 'bad.elf' is damaged: ";
-const std::string empty_names = error + "string table empty for 'bad.elf'\n";
-const std::string no_sections = error + "file 'bad.elf' has no sections\n";
-const std::string end_of_file = "objtrim: fatal: read failed, unexpected EOF\n";
-
-// A field of a header is set to a value, or to that behind the value of another field.
-struct refusal {
-    const char* section;
-    field which;
-    uint64_t value;
-    std::string said = damaged;
-    const char* other_section = "";
-    field other = field::word; // none
-};
-
-const refusal refusals[] = {
-    {"", field::e_shoff, 50, damaged, "", field::e_shoff}, // the table is the end of the file
-    {"", field::e_shoff, UINT64_MAX - 63},
-    {"", field::e_shnum, 0xFEFF},
-    {"", field::e_shnum, 0, no_sections},
-    {"", field::e_shentsize, 39},
-    {"", field::e_phnum, 0x7FFF},
-    {"", field::e_phoff, UINT64_MAX - 55},
-    {"", field::e_shstrndx, 0, damaged, "", field::e_shnum},
-    {"", field::e_shstrndx, 0xFFFE},
-    {"", field::e_shstrndx, 0, empty_names},
-    {"", field::e_type, et::rel, error + "Unable to strip relocatable ELF file 'bad.elf'\n"},
-    {"", field::sh_type, 1},
-    {"", field::sh_name, 1},
-    {"", field::sh_flags, 4},
-    {"", field::sh_offset, 64},
-    {"", field::sh_addralign, 1},
-    {"", field::sh_addr, 1},
-    {"", field::sh_entsize, 1},
-    {".data", field::sh_name, 0, damaged, ".shstrtab", field::sh_size},
-    {".bss", field::sh_name, UINT64_MAX},
-    {".debug_info", field::sh_offset, 8}, // on the file header
-    {".debug_info", field::sh_offset, 4, damaged, "", field::e_shoff},
-    {".debug_info", field::sh_offset, 4, damaged, "", field::e_phoff},
-    {".debug_info", field::sh_offset, 0, damaged, ".text", field::sh_offset},
-    {".linfix", field::sh_offset, 8, damaged, ".stab", field::sh_offset},
-    {".stab", field::sh_size, 4, damaged, ".stab", field::sh_size},
-    {".debug_info", field::sh_size, UINT64_MAX - 7},
-    {".shstrtab", field::sh_size, 0, empty_names},
-    {".shstrtab", field::sh_size, 0x7FFFFFFF, end_of_file},
-};
-
-TEST(refusals, wrong_numbers) {
-    for (const elf_form& form : elf_forms)
-        for (const refusal& one : refusals) {
-            std::string file = build_elf(sample_draft(form));
-            const uint64_t other =
-                get_field(file, one.other, section_index(file, one.other_section));
-            SCOPED_TRACE(form.name + (", row " + std::to_string(&one - refusals)));
-            const uint32_t section = section_index(file, one.section);
-            set_field(file, one.which, one.value + (one.other == field::word ? 0 : other), section);
-            const std::string said = refuse(file, one.said);
-            // Damage is told with the value of the field, as it was read.
-            const uint64_t value = get_field(file, one.which, section);
-            if (one.said == damaged)
-                EXPECT_TRUE(said.find(in_hex(value)) != std::string::npos ||
-                            said.find(" " + std::to_string(value) + " ") != std::string::npos)
-                    << said;
-        }
+TEST(refusals, wrong_numbers_are_told_with_their_bounds) {
+    const std::string damaged = "! objtrim: error: file 'f' is damaged: ";
+    std::istringstream rows(wrong_numbers);
+    std::string cases, changes, said;
+    while (std::getline(rows, changes, '|') && std::getline(rows, said, '|')) {
+        if (const size_t at = said.find("PAST"); at != std::string::npos)
+            said.replace(at, 4, "reaches past the end of the file, {0x1020/0x1030}");
+        if (const size_t at = said.find("REMOVED"); at != std::string::npos)
+            said.replace(at, 7, "section 1, which is to be removed, at sh_offset");
+        cases += "-x " + changes + "| f gF .text; @.rela.text 1 1 f |" +
+                 (said == " ~ " ? said : damaged + said) + "|";
+    }
+    for (const char* name :
+         {"sh_name", "sh_type", "sh_flags", "sh_addr", "sh_offset", "sh_addralign", "sh_entsize"})
+        cases += std::string("#0:") + name + "=9 | |" + damaged + name +
+                 " 0x9 of section header 0 is not 0 |";
+    check_strips(cases, ten_sections);
 }
 
 TEST(refusals, files_wrong_in_other_ways) {
-    for (const elf_form& form : elf_forms) {
-        SCOPED_TRACE(form.name);
-        const std::string file = build_elf(sample_draft(form));
-        refuse(file.substr(0, 20), damaged);
-        std::string changed = file;
-        set_field(changed, field::e_shnum, 0);
-        set_field(changed, field::sh_size, 0xFFFFFFFF);
-        refuse(changed, damaged);
-        set_field(changed, field::e_shoff, 0);
-        refuse(changed, no_sections);
-        changed = file + std::string(0xFFFF * 56, '\0'); // room for all that 0xFFFF could mean
-        set_field(changed, field::e_phoff, file.size());
-        set_field(changed, field::e_phnum, 0xFFFF);
-        refuse(changed, damaged);
-        changed = file;
-        set_field(changed, field::e_phentsize, 31);
-        refuse(changed, std::string("objtrim: fatal: elf") + (form.is_64() ? "64_" : "_") +
-                            "readprogheader(): phentsize\n");
-    }
+    check_strips(R"(
+-x #10:sh_size=4 | f gF #65535 | ! objtrim: error: file 'f' is damaged: a symbol with st_shndx
+     0xffff lies behind the end of the extended index table of 1 words |
+-x #10:sh_offset=0x1031 | f gF #65535 | ! objtrim: error: file 'f' is damaged: a symbol with
+     st_shndx 0xffff lies behind the end of the extended index table of 0 words |
+-x #10:sh_link=1 | f gF #65535 | ! objtrim: fatal: symbol requires SYMTAB_SHNDX mapping |
+-x #10:sh_type=1 | f gF #65535 | ! objtrim: fatal: symbol requires SYMTAB_SHNDX mapping |
+-x | f gF #65535 | ! (left) objtrim: fatal: symbol requires SYMTAB_SHNDX section |
+-x | f gF .text; @.rela.text 1 1 f; @.rela.text 1 1 #1; @.rela.text 1 1 #2; @.rela.text 1 1 #9
+   | ! objtrim: error: file 'f' is damaged: r_info of relocation 2 of section 8 names symbol 2, but
+     there are only 2 |
+#:e_type=1 | | ! objtrim: error: Unable to strip relocatable ELF file 'f' |
+#:e_shstrndx=0 | | ! objtrim: error: string table empty for 'f' |
+#7:sh_size=0 | | ! objtrim: error: string table empty for 'f' |
+#7:sh_size=0x7FFFFFFF | | ! objtrim: fatal: read failed, unexpected EOF |
+#:e_shnum=0 | | ! objtrim: error: file 'f' has no sections |
+#:e_shnum=0 #:e_shoff=0 | | ! objtrim: error: file 'f' has no sections |
+#:e_phentsize={31/55} | | ! objtrim: fatal: elf{/64}_readprogheader(): phentsize |)",
+                 ten_sections);
+    std::string file = build_elf(ten_sections(elf_forms[0])).substr(0, 20);
+    EXPECT_EQ(trim_file("", file), "objtrim: error: file 'f' is damaged: e_phnum 0xFFFF (extended "
+                                   "numbering) is not supported");
+}
+
+// In a file that is large enough to hold them.
+TEST(refusals, more_symbols_than_can_be_numbered) {
+    constexpr uint64_t begin = 1 << 20, size = 24 * uint64_t{UINT32_MAX};
+    symbol_draft draft;
+    work_place place;
+    std::string file = build_symbols(draft);
+    set_field(file, field::sh_offset, begin, 6);
+    set_field(file, field::sh_size, size, 6);
+    place.put("f", file);
+    std::error_code failed;
+    if (host_has_limits)
+        std::filesystem::resize_file(place.path("f"), begin + size, failed);
+    if (!host_has_limits || failed)
+        GTEST_SKIP() << "this host has no files with holes of that size";
+    EXPECT_EQ(place.trim("-x f").err,
+              "objtrim: error: file 'f' is damaged: sh_size 0x17ffffffe8 of symbol table section 6 "
+              "holds more entries than the 4294967294 that can be numbered\n");
+    EXPECT_EQ(std::filesystem::file_size(place.path("f")), begin + size);
 }
 
 } // namespace
