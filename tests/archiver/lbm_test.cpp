@@ -118,6 +118,8 @@ TEST(lbm, makes_an_archive_that_is_missing) {
         members_of("an_object_of_a_long_name.o=0first|15_letters_long=odd|16_letters_long_=even|"
                    "14.o|ARFILENAMES|<filenames>x|__________EL|__.SYMDEF|________64EL");
     files[3].name = "#14.o";
+    if (!host_has_tools)
+        files.erase(files.begin() + 5); // a file cannot be called that on Windows
     work_place place;
     std::string list;
     for (ar_draft& file : files) {
@@ -170,7 +172,7 @@ struct lbm_refusals : testing::Test {
 
 TEST_F(lbm_refusals, of_command_lines_and_lists) {
     const std::string none = "No such file or directory", sound = archive("m.o/=0", "");
-    for (const char* line : {"x.a y.a @list", "x.a list", "x.a", "'' @list", "x.a @", ""})
+    for (const char* line : {"x.a y.a @list", "x.a list", "x.a", "\"\" @list", "x.a @", ""})
         expect(sound, "usage: lbm -rc archive @listfile", line);
     expect(sound, "usage: lbm -rc archive @listfile", "'" OBJTRIM_ARCHIVER "' -r x.a @list", "");
     expect(sound, ": can't open the list 'absent': " + none, "x.a @absent");
