@@ -21,7 +21,12 @@ std::string build_ar_member(obj_kind kind, const ar_draft& draft, size_t at = 0)
 // The member table of an AIX archive would begin at its end.
 std::string build_archive(obj_kind kind, const std::vector<ar_draft>& drafts);
 
+// Members out of text: name fields, separated by "|". What is not as in a new draft stands behind a
+// name in this order: "@date", "%mode", "[uid", "]gid", "#size", "^next", "~end", "=data".
+std::vector<ar_draft> ar_members(const std::string& line);
+
 // Members by their real names: each field is ended by "/", or refers to a "// " table in front.
+// There are also short names that begin with a letter of those that mean something in a header.
 std::vector<ar_draft> with_long_names(std::vector<ar_draft> drafts);
 
 // The data of a symbol index "/": names of symbols, and the offsets of the members' headers.

@@ -2,13 +2,11 @@
 // afterwards any field can be set to anything.
 #pragma once
 
+#include <functional>
 #include <utility>
 
 #include "support/elf_builder.h"
 #include "support/runner.h"
-
-// One number for each digit, which is its width.
-std::string pack(bool big_endian, const char* widths, std::initializer_list<uint64_t> values);
 
 struct coff_draft {
     std::string magic = "\x4C\x01";
@@ -26,6 +24,7 @@ struct pe_draft {
     bool big_endian = false;
     std::vector<std::pair<size_t, size_t>> debug = {}; // sizes, and places behind the strings
     size_t tail_size = 0;                              // bytes behind the strings
+    bool directory_last = false;                       // of what is debugged: at the end of them
 };
 struct built_file {
     std::string bytes;
@@ -35,8 +34,8 @@ struct built_file {
 built_file build_coff(const coff_draft& draft);
 built_file build_pe(const pe_draft& draft);
 
-// Strips a file: it must stay the same file, with nothing beside it. What is said begins with
-// `said`, and nothing has touched the file when the bytes expected are those that it has.
+// Strips a file and tells what is said: it must stay the same file, with nothing beside it, and
+// untouched when the bytes expected are those that it has.
 void expect_result(const std::string& bytes, const std::string& said, const std::string& expected,
                    const std::string& options = "");
 
@@ -48,4 +47,5 @@ struct wrong_numbers {
     bool goes_on = false;
 };
 void expect_results(const std::string& bytes, const std::vector<wrong_numbers>& groups,
-                    std::string (*stripped)(std::string bytes));
+                    const std::function<std::string(std::string bytes)>& stripped,
+                    const std::string& options = "");

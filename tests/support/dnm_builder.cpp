@@ -4,7 +4,7 @@
 #include <sstream>
 #include <utility>
 
-#include "support/elf_builder.h"
+#include "support/field_writer.h"
 
 namespace {
 
@@ -43,13 +43,12 @@ std::vector<row> rows_of(const char* text, int64_t version) {
     return rows;
 }
 
-struct encoder {
+// With the codings of what is not a fixed integer.
+struct encoder : field_writer {
     int64_t version = 0, mode = 0, compressed = 0;
-    std::string bytes = {};
 
     void fixed(int64_t value, int64_t width) {
-        for (int64_t i = width; i-- > 0;)
-            bytes += static_cast<char>(value >> (8 * i));
+        bytes += number(static_cast<uint64_t>(value), static_cast<size_t>(width), true);
     }
     void groups(int64_t value, bool is_signed) {
         for (int64_t rest = 1; rest != 0 && rest != -1; value >>= 7) {
@@ -74,18 +73,18 @@ struct encoder {
             groups(kind == 'd' ? value - before : value + (kind == 'i'),
                    kind == 'd' || kind == 'v');
     }
-    void fields(const char* rows, dnm_fields values) {
+    void record(const char* rows, dnm_fields values) {
         int64_t before = 0;
         for (const row& r : rows_of(rows, version))
             field(r.kind, values[r.name], std::exchange(before, values[r.name]));
     }
     void head(dnm_file file) {
-        fields(prologue_rows, file.head);
-        fields(header_rows, file.head);
+        record(prologue_rows, file.head);
+        record(header_rows, file.head);
         for (int64_t i = 0; i < file.head["tables"]; ++i)
             fixed(file.offsets[i], version >= 40 ? 8 : 4);
         for (int64_t i = 0; i < file.head["tables"]; ++i)
-            fields(entry_rows, file.entries[i]);
+            record(entry_rows, file.entries[i]);
     }
 };
 
@@ -131,11 +130,11 @@ dnm_file in_written_order(dnm_file file) {
 }
 
 std::string build_dnm(dnm_file file) {
-    encoder head = {file.head["version"], file.head["mode"], file.head["compressed"]};
+    encoder head = {{}, file.head["version"], file.head["mode"], file.head["compressed"]};
     encoder unplaced = head, sections = head;
     unplaced.head(file);
     for (const dnm_fields& section : file.sections)
-        sections.fields(section_rows, section);
+        sections.record(section_rows, section);
     file.bytes[1] = sections.bytes + file.tail;
     std::string content;
     for (int64_t i : file.order.empty() ? std::vector<int64_t>{1} : file.order) {

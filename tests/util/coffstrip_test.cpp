@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
-#include "support/child.h"
 #include "support/coff_builder.h"
-#include "util/coffstrip.h"
+
+using namespace std::string_literals;
 
 namespace {
 
@@ -14,7 +14,6 @@ constexpr auto BEHIND = coff_draft::LINES_BEHIND;
 const std::string zero(1, '\0'), zeros(4, '\0'), error = "objtrim: error: ";
 const std::string damage = error + "file 'f' is damaged: ";
 const std::string unread = error + "unable to read string table in f\n";
-const std::string no_symbols = "objtrim: warning: f has no symbols\n";
 const std::string referring = zeros + "\4\5\6\7";
 const words inlined = {"12345678", ".text\1\2\3", ".bss\1\2\3\4"};
 const words mixed = {".text\1\2\3", referring, "12345678", referring, referring, "abcdefgh"};
@@ -54,6 +53,7 @@ const coff_draft drafts[] = {
     {"\x4C\x01", 18, BEFORE, inlined},
     {"\x64\x86", 18, BEHIND, inlined},
     {"\x4C\x01", 18, BEFORE, words(3, referring), false, false, ""},
+    {"\x4C\x01", 18, BEFORE, inlined, false, false, filler(600'000, 1)},
     {"\x01\x65", 18, BEFORE, mixed, true},
     {"\x01\xDF", 18, BEHIND, mixed, true},
     {"\x60\x01", 24, BEFORE, mixed},
@@ -71,85 +71,69 @@ TEST(coffstrip, every_form) {
         expect_result(bytes, "", stripped(draft, bytes), forced ? "-F" : "-o=out -a");
     }
     const std::string bytes = build_coff({zero + "\x89", 18, NONE, mixed, true}).bytes;
-    expect_result(bytes, "", stripped(drafts[5], bytes).replace(0, 2, zero + "\x88"));
-}
-
-// For COFF files: images do not know it.
-TEST(coffstrip, the_ti_form_stays_for_the_run) {
+    expect_result(bytes, "", stripped(drafts[6], bytes).replace(0, 2, zero + "\x88"));
+    // Behind a file of the TI form the others have it, too.
     const coff_draft draft = {"\x4C\x01", 18, BEFORE, mixed, false, true};
-    const std::string bytes = build_coff(draft).bytes;
     work_place place;
     place.put("ti", build_coff(drafts[0]).bytes);
-    place.put("f", bytes);
-    for (const char* image : {"image", "same"})
-        place.put(image, build_pe({}).bytes);
-    EXPECT_EQ(place.trim("ti f image").err + place.trim("same").err, "");
-    EXPECT_EQ(place.get("f"), stripped(draft, bytes));
-    EXPECT_EQ(place.get("image"), place.get("same"));
-}
-
-// No magic number leads to these forms: addresses with a high word, and counts of two halves. What
-// was read wide is written at the usual width.
-struct wide_coffstrip : placed_test {
-    void check(objinfo info, const std::string& fields, const std::string& said) const {
-        const auto begin = [](size_t symbols_at, size_t count) {
-            return pack(false, "2244444", {0x14C, 1, 0, symbols_at, count, 0, 0x65646977}) + zeros;
-        };
-        const size_t lines_at = 28 + fields.size();
-        const std::string strings = number(7, 4) + "abc";
-        const std::string bytes = begin(lines_at + 6, 1) + fields + std::string(24, 'x') + strings;
-        info.machine = 0x14C;
-        info.sym_entry_size = 18;
-        bool coff_wide_counts = false;
-        expect_text([&] { coff_strip(stream_of(bytes), "f", info, false, coff_wide_counts); },
-                    said);
-        std::string expected = begin(lines_at, 0) + zero;
-        expected += pack(false, "44444444", {1, 2, 0x80000000, 3, 4, 0, 5, 6});
-        EXPECT_EQ(place.get("f"), expected + bytes.substr(61, lines_at - 61) + strings);
-    }
-};
-
-TEST_F(wide_coffstrip, writes_the_usual_width) {
-    const std::string warning = "objtrim: warning: 64-bit entries not supported!\n";
-    objinfo info = {};
-    info.kind = OBJ_COFF4;
-    check(info,
-          pack(false, "444444444444224",
-               {1, 0, 2, 0, 0x80000000, UINT32_MAX, 3, 1, 4, 0, 84, 0, 5, 2, 6}),
-          warning + warning);
-    info.kind = OBJ_COFF;
-    info.target = 20;
-    check(info, pack(false, "44444422224", {1, 2, 0x80000000, 3, 4, 64, 7, 5, 7, 2, 6}), "");
+    place.put("f", build_coff(draft).bytes);
+    EXPECT_EQ(place.trim("ti f").err, "");
+    EXPECT_TRUE(place.get("f") == stripped(draft, build_coff(draft).bytes));
 }
 
 TEST(coffstrip, wrong_numbers) {
     const built_file file = build_coff({"\x4C\x01", 18, BEFORE, inlined});
-    const size_t size = file.bytes.size(), headers_end = file.sections_at + 120;
+    const size_t size = file.bytes.size(), headers_end = file.sections_at + 120; // 0x1bf, 0xa8
     const size_t lines = file.sections_at + 40 + 28, strings = file.strings_at;
     const auto strip = [](std::string bytes) { return stripped({}, std::move(bytes)); };
-    const std::vector<wrong_numbers> groups = {
-        {damage, 2, 2, {(size - 48) / 40 + 1}},
-        {damage, 16, 2, {size - 139}},
-        {damage + "f_symptr 0x", 8, 4, {0x80000000, headers_end - 1}},
-        {damage + "f_nsyms 4294967295", 12, 4, {0xFFFFFFFF}},
-        {damage + "s_lnnoptr 0x", lines, 4, {0xFFFFFFFF, 1}},
-        {no_symbols, 12, 4, {0}},
-        {unread, strings, 4, {14, 0xFFFFFFFF}, true},
-        {"", 12, 4, {100}, true},
-        {"", 8, 4, {size - 182, size + 1, 0}, true}, // strings that are less than a size, or none
-        {"", strings, 4, {0}, true},
-        {"", lines, 4, {headers_end}, true},
-    };
-    expect_results(file.bytes, groups, strip);
-    for (size_t length : {2u, 19u, 167u})
-        expect_result(file.bytes.substr(0, length), damage, file.bytes.substr(0, length));
-    expect_result("", damage, "", "-F");
-    // Symbols that begin where the file ends, or behind that.
-    const built_file plain = build_coff({});
-    const std::string bytes = plain.bytes.substr(0, plain.symbols_at);
-    expect_result(bytes, "", stripped({}, bytes));
-    const std::string shorter = bytes.substr(0, bytes.size() - 1);
-    expect_result(shorter, damage, shorter);
+    const std::string past = ", past the end of the file, 0x1bf\n";
+    const std::string outside = " is outside the file, which ends at 0x1bf\n";
+    const std::string inside = " is inside the headers, which end at 0xa8\n";
+    expect_results(
+        file.bytes,
+        {{damage + "f_opthdr 28 and f_nscns 10: the headers reach to 0x1c0" + past, 2, 2, {10}},
+         {damage + "f_opthdr 308 and f_nscns 3: the headers reach to 0x1c0" + past, 16, 2, {308}},
+         {damage + "f_symptr 0xfe is inside the headers, which end at 0x1bf\n", 16, 2, {307}},
+         {damage + "f_symptr 0x80000000" + outside, 8, 4, {0x80000000}},
+         {damage + "f_symptr 0xa7" + inside, 8, 4, {headers_end - 1}},
+         {damage + "s_lnnoptr 0xffffffff" + outside, lines, 4, {UINT32_MAX}},
+         {damage + "s_lnnoptr 0x1" + inside, lines, 4, {1}},
+         {"objtrim: warning: f has no symbols\n", 12, 4, {0}},
+         {unread, strings, 4, {14, UINT32_MAX}, true},
+         {unread, 8, 4, {size - 184}, true},          // a size at the very end
+         {"", 8, 4, {size - 183, size + 1, 0}, true}, // strings that are less than that, or none
+         {"", 12, 4, {100}, true},
+         {"", strings, 4, {0}, true},
+         {"", lines, 4, {headers_end}, true}},
+        strip);
+    std::string many = file.bytes;
+    many.replace(12, 4, number(238609282, 4));
+    expect_results(many,
+                   {{damage + "f_nsyms 238609282: the string table would begin at 0x100000000, "
+                              "above 0xffffffff\n",
+                     8,
+                     4,
+                     {220}},
+                    {"", 8, 4, {219}, true}},
+                   strip);
+    // Headers that grow over the size of the strings, which is then what they say.
+    const coff_draft unknown = {"zz", 0, BEFORE, words(6, ".text\1\2\3")};
+    const std::string grown = build_coff(unknown).bytes.replace(289, 4, number(13, 4));
+    expect_results(
+        grown, {{"", 8, 4, {290}, true}, {unread, 8, 4, {289}, true}},
+        [&](std::string bytes) { return stripped(unknown, std::move(bytes)); }, "-F");
+}
+
+TEST(coffstrip, the_least_that_a_file_needs) {
+    const std::string plain = build_coff({}).bytes.substr(0, 98), header = "the file header of ";
+    expect_result(plain, "", stripped({}, plain));
+    const std::string past = " bytes reaches past the end of the file, ";
+    for (const auto& [bytes, said] :
+         {std::pair(plain.substr(0, 97), "f_symptr 0x62 is outside the file, which ends at 0x61"s),
+          {plain.substr(0, 19), header + "20" + past + "0x13"},
+          {build_coff(drafts[0]).bytes.substr(0, 21), header + "22" + past + "0x15"},
+          {"", header + "20" + past + "0x0"}})
+        expect_result(bytes, damage + said + "\n", bytes, bytes.empty() ? "-F" : "");
 }
 
 } // namespace

@@ -15,94 +15,79 @@ std::string executable(const elf_form& form, uint16_t type = et::exec) {
     return build_elf(draft);
 }
 
-// One record for each two offsets and three section indexes.
-dnm_file companion(const std::vector<std::array<int64_t, 5>>& records) {
-    dnm_file file = sample_dnm();
-    const dnm_fields like = file.sections[0];
-    file.sections.assign(records.size(), like);
-    for (size_t i = 0; i < records.size(); ++i) {
-        const char* const fields[] = {"offset", "second_offset", "index1", "index2", "index3"};
-        for (size_t field = 0; field < 5; ++field)
-            file.sections[i][fields[field]] = records[i][field];
+// One record for each two offsets and three section indexes; "@" and a digit, perhaps with "+", is
+// the offset of that section, or a byte more.
+dnm_file companion(const std::string& file, const std::string& records) {
+    dnm_file map = sample_dnm();
+    const dnm_fields like = map.sections[0];
+    const char* const fields[] = {"offset", "second_offset", "index1", "index2", "index3"};
+    map.sections.clear();
+    for (size_t i = 0; const std::string& word : split(records)) {
+        if (i % 5 == 0)
+            map.sections.push_back(like);
+        const uint64_t section = static_cast<uint64_t>(word[1] - '0');
+        map.sections.back()[fields[i++ % 5]] =
+            word[0] != '@' ? std::stoll(word)
+                           : static_cast<int64_t>(get_field(file, field::sh_offset, section)) +
+                                 word.ends_with('+');
     }
-    file.entries[29]["max"] = file.entries[1]["max"] = static_cast<int64_t>(records.size());
-    return file;
-}
-
-int64_t offset_of(const std::string& file, uint64_t section) {
-    return static_cast<int64_t>(get_field(file, field::sh_offset, section));
+    map.entries[29]["max"] = map.entries[1]["max"] = static_cast<int64_t>(map.sections.size());
+    return map;
 }
 
 TEST(dnmupdate, records_follow_their_sections) {
     for (const elf_form& form : elf_forms) {
         const std::string file = executable(form);
-        const auto at = [&file](uint64_t section) { return offset_of(file, section); };
         work_place place;
         place.put("prog.elf", file);
         place.put("prog.dnm",
-                  build_dnm(companion({{at(1), 0, 1, 2, 3},
-                                       {at(3), at(5), 3, 5, 4},
-                                       {at(5), 1, 5, -1, 99},
-                                       {at(2), at(4), 2, 3, 5},
-                                       {at(5), at(5), -1, 2, 3},
-                                       {at(5), at(3), 0, 1, 2},
-                                       {at(5) + 1, 0, 99, 5, 6}})),
+                  build_dnm(companion(file, "@1 0 1 2 3  @3 @5 3 5 4  @5 1 5 -1 99  @2 @4 2 3 5 "
+                                            "999 999 -1 2 3  @5 @3 0 1 2  @5+ 0 99 5 6")),
                   0640);
         EXPECT_EQ(place.trim("prog.elf").err, "");
-        const std::string result = place.get("prog.elf");
-        const auto now = [&result](uint64_t section) { return offset_of(result, section); };
-        EXPECT_LT(now(2), at(3));
+        const std::string after = place.get("prog.elf");
+        EXPECT_LT(get_field(after, field::sh_offset, 2), get_field(file, field::sh_offset, 3));
         EXPECT_TRUE(place.get("prog.dnm") ==
-                    build_dnm(in_written_order(companion({{at(1), 0, 1, -1, 2},
-                                                          {now(2), now(3), 2, 3, -1},
-                                                          {now(3), 1, 3, -1, -1},
-                                                          {0, 0, -1, -1, -1},
-                                                          {at(5), at(5), -1, 2, 3},
-                                                          {now(3), now(2), -1, 1, -1},
-                                                          {now(3) + 1, 0, -1, 3, 4}}))))
+                    build_dnm(in_written_order(
+                        companion(after, "@1 0 1 -1 2  @2 @3 2 3 -1  @3 1 3 -1 -1  0 0 -1 -1 -1 "
+                                         "999 999 -1 2 3  @3 @2 -1 1 -1  @3+ 0 -1 3 4"))))
             << form.name;
         EXPECT_EQ(place.state("prog.dnm").mode, host_mode(0640));
         EXPECT_EQ(place.list(), split("prog.dnm prog.elf"));
     }
 }
 
-TEST(dnmupdate, options_and_kinds_of_file_decide) {
-    const struct {
-        const char* options;
-        uint16_t type;
-        bool updated;
-    } cases[] = {{"", et::exec, true},
-                 {"-o=other", et::exec, true},
-                 {"--dont-update-dnm --update-dnm", et::exec, true},
-                 {"--update-dnm --dont-update-dnm", et::exec, false},
-                 {"", et::dyn, false},
-                 {"-stripreloc", et::rel, false},
-                 {"-vxworks", et::exec, false},
-                 {"-r=.none", et::exec, false}};
-    for (const auto& [options, type, updated] : cases) {
+// The executable is stripped all the same when its map cannot be read.
+TEST(dnmupdate, options_kinds_of_file_and_bytes_decide) {
+    const std::string whole = build_dnm(companion("", "4096 0 3 3 3"));
+    const std::pair<std::string, uint16_t> updated[] = {
+        {"", et::exec}, {"-o=other", et::exec}, {"--dont-update-dnm --update-dnm", et::exec}};
+    const std::pair<std::string, uint16_t> kept[] = {{"--update-dnm --dont-update-dnm", et::exec},
+                                                     {"", et::dyn},
+                                                     {"-stripreloc", et::rel},
+                                                     {"-vxworks", et::exec},
+                                                     {"-r=.none", et::exec}};
+    const auto run = [](const auto& row, const std::string& map, bool is_updated) {
+        SCOPED_TRACE(row.first + " " + std::to_string(row.second));
         work_place place;
-        place.put("a.b/prog", executable(elf_forms[0], type));
-        place.put("a.b/prog.dnm", build_dnm(companion({{0x1000, 0, 3, 3, 3}})));
+        place.put("a.b/prog", executable(elf_forms[0], row.second));
+        place.put("a.b/prog.dnm", map);
         const file_state before = place.state("a.b/prog.dnm");
-        EXPECT_EQ(place.trim(options + std::string(" a.b/prog")).status, 0);
-        EXPECT_EQ(place.state("a.b/prog.dnm") == before, !updated) << options << type;
-    }
-}
-
-// The executable is stripped all the same.
-TEST(dnmupdate, a_map_that_cannot_be_read_stays) {
-    for (const char* const bytes : {"", "text"}) {
-        work_place place;
-        const std::string file = executable(elf_forms[1]);
-        place.put("prog.elf", file);
-        place.put("prog.dnm", bytes);
-        const run_result result = place.trim("prog.elf");
-        EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.err, "objtrim: error: <libst>: failed while reading \"prog.dnm\" (pos 1, "
-                              "errno 0)\nobjtrim: warning: failed to read prog.dnm\n");
-        EXPECT_LT(place.get("prog.elf").size(), file.size());
-        EXPECT_EQ(place.get("prog.dnm"), bytes);
-    }
+        const run_result result = place.trim(row.first + " a.b/prog");
+        EXPECT_EQ(place.state("a.b/prog.dnm") == before, !is_updated);
+        EXPECT_EQ(place.get("a.b/prog").size() < executable(elf_forms[0]).size(),
+                  row.first.find_first_of("=v") == std::string::npos);
+        return result;
+    };
+    for (const auto& row : updated)
+        EXPECT_EQ(run(row, whole, true).err, "");
+    for (const auto& row : kept)
+        EXPECT_EQ(run(row, whole, false).status, 0);
+    for (const char* const map : {"", "text"})
+        EXPECT_EQ(
+            run(updated[0], map, false).err,
+            "objtrim: error: <libst>: failed while reading \"a.b/prog.dnm\" (pos 1, errno 0)\n"
+            "objtrim: warning: failed to read a.b/prog.dnm\n");
 }
 
 } // namespace
