@@ -1,12 +1,14 @@
-// Messages as they appear on the standard error stream, their counting, and the ways out.
+// Messages as they appear, their counting, the ways out, and memory.
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
+#include "objfile/elfrel.h"
+#include "objfile/elfsym.h"
 #include "shared/genexit.h"
 #include "shared/genmem.h"
 #include "support/child.h"
+#include "util/elfstrings.h"
 
 namespace {
 
@@ -31,84 +33,76 @@ TEST(genmessage, levels_have_words_in_both_styles_and_are_counted) {
         {4, "objtrim: warning: ", "objtrim: WARNING: ", "n 7\n0000100 0 21"},
         {5, "objtrim: info: ", "objtrim: INFO: ", "n 7\n0000010 0 21"},
         {6, "", "", "n 7\n0000001 0 21"},
+        {7, "objtrim: ", "objtrim: ", "n 7\n0000000 0 21"},
         {100, "objtrim: ", "objtrim: ", "n 7\n0000000 0 21"}, // of no level
         {102, "objtrim: fatal: ", "objtrim: ERROR: FATAL: ", "n 7: Is a directory\n0010000 1 0"},
     };
-    for (auto const& row : rows)
-        for (bool prefixed : {false, true}) {
-            auto const body = [&] {
+    for (const auto& row : rows)
+        for (const bool prefixed : {false, true}) {
+            const auto body = [&] {
                 gen_sink().gen_prefixed_messages = prefixed;
                 errno = EISDIR;
                 say(row.level, "n %d", 7);
-                int const error = errno;
-                for (uint32_t count : gen_sink().gen_error_count)
-                    fprintf(stderr, "%u", count);
-                fprintf(stderr, " %u %d", gen_sink().gen_total_errors, error);
+                const int error = errno;
+                for (const uint32_t count : gen_sink().gen_error_count)
+                    gen_eprintf("%u", count);
+                gen_eprintf(" %u %d", gen_sink().gen_total_errors, error);
             };
             expect_text(body, std::string(prefixed ? row.prefixed : row.plain) + row.rest);
         }
 }
 
-struct ending {
-    void (*body)();
-    int status;
-    std::string text;
-};
-
-void expect_endings(std::initializer_list<ending> endings) {
-    for (auto const& [body, status, text] : endings)
-        EXPECT_EQ(run_child(body), child_end(status, text));
-}
-
-TEST(genmessage, a_message_is_one_whole_line_behind_earlier_output) {
-    static std::string const longer(9000, 'x');
-    auto const log_and_say = [] {
-        gen_sink().event_log = [](const char* tag, const char* text) {
-            fprintf(stderr, "[%s %zu]", tag, strlen(text));
+TEST(genmessage, every_way_to_say_something) {
+    const std::pair<void (*)(), std::string> rows[] = {
+        {[] { gen_error("%s", "x\n"); }, "objtrim: error: x\n\n"},
+        {[] { errno = EEXIST, gen_system_error("x"); }, "objtrim: error: x: File exists\n"},
+        {[] { gen_warning("x\n"); }, "objtrim: warning: x\n"},
+        {[] { gen_info("x"); }, "objtrim: info: x\n"},
+        {[] { gen_plain("x"); }, "x\n"},
+        {[] { gen_perror("x"); }, "objtrim: fatal: x\n"}, // there is no error number
+        {[] { gen_set_program_name(nullptr), gen_perror("x"); }, "fatal: x\n"},
+        {[] { say(GEN_ERROR, nullptr); }, "objtrim: error: "},
+        {[] { gen_eprintf("%d", gen_eprintf("12345")); }, "123455"},
+        {[] { gen_eprintf("%d%d", gen_fprintf(nullptr, "x"), gen_fprintf(stdout, nullptr)); },
+         "-1-1"},
+        {[] { gen_assert(true, "a", "f", 1), gen_assert_message(true, "x"); }, ""},
+    };
+    for (const auto& [body, text] : rows)
+        expect_text(body, text);
+    for (size_t length = 4070; length < 4110; ++length) { // the usual room ends among them
+        const std::string longer(length, 'x');
+        const auto body = [&] {
+            gen_sink().event_log = [](const char* tag, const char* text) {
+                gen_eprintf("[%s %zu]", tag, strlen(text));
+            };
+            gen_error("%s", longer.c_str());
+            say(GEN_PLAIN, "x");
         };
-        gen_error("%s", longer.c_str());
-    };
-    auto const print_and_say = [] {
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-        printf("work, ");
-        gen_warning("x\n");
-    };
-    auto const say_without_name = [] {
-        gen_set_program_name(nullptr);
-        gen_perror("x");
-    };
-    expect_endings({
-        {log_and_say, child_returned, "objtrim: error: " + longer + "\n[error 4095]"},
-        {print_and_say, child_returned, "work, objtrim: warning: x\n"},
-        {say_without_name, child_returned, "fatal: x\n"}, // there is no error number
-        {[] { say(3, "%s", "x\n"); }, child_returned, "objtrim: error: x\n\n"},
-    });
+        const size_t logged = std::min<size_t>(length + strlen("objtrim: error: "), 4095);
+        expect_text(body, "objtrim: error: " + longer + "\n[error " + std::to_string(logged) +
+                              "]x\n[DOMESSAGE Unknown Code 1]");
+    }
 }
 
 TEST(genmessage, fatal_ends_and_failed_assertions) {
-    auto const exhaust = [] { // in its own words whatever the style, uncounted, without memory
+    const auto exhaust = [] { // in its own words whatever the style, uncounted, without memory
         gen_sink().gen_prefixed_messages = true;
         gen_calloc_slot = [](uint64_t, uint64_t) -> void* { _exit(60); };
         gen_sink().exit = [](int status) { _exit(gen_sink().gen_total_errors == 0 ? status : 61); };
         gen_out_of_memory(UINT64_MAX - 0x10);
     };
-    expect_endings({
-        {[] { gen_fatal(1, "no '%s'", "a.o"); }, 1, "objtrim: fatal: no 'a.o'\n"},
-        {[] { gen_fatal(0, "x"); }, 0, "objtrim: x\n"},
-        {[] { gen_assert(true, "a", "f", 1); }, child_returned, ""},
-        {[] { gen_assert(false, "a % b", "f", 12); }, 1,
-         "Assertion (a % b) failed in 'f' on line 12 in objtrim\n"},
-        {[] { gen_assert(false, "x", "f", 1, INT32_MIN); }, 1,
-         "Assertion [-2147483648] failed in 'f' on line 1 in objtrim\n"},
-        {[] { gen_assert_message(false, "bad %s", "%d"); }, 1, "objtrim: assertion: bad %d\n"},
-        {exhaust, 3, "objtrim: fatal: Out of memory (0xFFFFFFFFFFFFFFEF bytes requested)\n"},
-    });
-}
-
-TEST(genmessage, exit_again_from_a_handler_ends_at_once_and_frees_nothing) {
-    static char* kept;
-    auto const body = [] {
-        kept = gen_asprintf("%s", "still here, in a block of memory");
+    const auto dump = [] {
+        gen_sink().crash_dump = [](const char* reason) { gen_eprintf("%s", reason); };
+        gen_sink().exit = [](int) {}; // which must not return, but does
+        gen_assert(false, nullptr, "f", 1, 2);
+    };
+    const auto print = [] { // a message is behind earlier output
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        printf("work, ");
+        gen_perror_exit(7, "x\n");
+    };
+    const auto leave = [] { // a second exit ends at once, and nothing is freed any more
+        static char* const kept = gen_asprintf("%s", "still here, in a block of memory");
         const gen_exit_handler first([] { fputs("the second handler", stderr); });
         const gen_exit_handler second([] {
             gen_free_slot(kept);
@@ -118,7 +112,118 @@ TEST(genmessage, exit_again_from_a_handler_ends_at_once_and_frees_nothing) {
         gen_exit_handler([] { fputs("gone before the end", stderr); });
         gen_exit(5);
     };
-    EXPECT_EQ(run_child(body), child_end(6, "still here, in a block of memory"));
+    const std::string huge = "fatal: Attempt to allocate 0x", again = "Assertion ";
+    const struct {
+        std::function<void()> body;
+        int status;
+        std::string text;
+    } rows[] = {
+        {[] { gen_fatal(1, "no '%s'", "a.o"); }, 1, "objtrim: fatal: no 'a.o'\n"},
+        {[] { gen_fatal(0, "x"); }, 0, "objtrim: x\n"},
+        {[] { gen_assert(false, "a % b", "f", 12); }, 1,
+         "Assertion (a % b) failed in 'f' on line 12 in objtrim\n"},
+        {[] { gen_assert(false, "x", "f", 1, INT32_MIN); }, 1,
+         "Assertion [-2147483648] failed in 'f' on line 1 in objtrim\n"},
+        {[] { gen_set_program_name(""), gen_assert(false, "xx", "f", 1, 3); }, 1,
+         "Assertion (xx) [3] failed in 'f' on line 1\n"},
+        {dump, 1,
+         "Assertion [2] failed in 'f' on line 1 in objtrim\n"
+         "encountered an assertion failure"},
+        {[] { gen_assert_message(false, "bad %s", "%d"); }, 1, "objtrim: assertion: bad %d\n"},
+        {exhaust, 3, "objtrim: fatal: Out of memory (0xFFFFFFFFFFFFFFEF bytes requested)\n"},
+        {print, 7, "work, objtrim: fatal: x\n"},
+        {leave, 6, "still here, in a block of memory"},
+        {[] { gen_str64(nullptr, 1, 'x'); }, 1,
+         "objtrim: fatal: gen_str64(): Buffer to fill is NULL\n"},
+        {[] {
+             char text[21];
+             gen_str64(text, 1, 'o');
+         },
+         1, "objtrim: fatal: gen_str64(): Unrecognized format character\n"},
+        {[] { gen_calloc(UINT64_MAX - 2, 2); }, 3,
+         "objtrim: fatal: Attempt to allocate 0xfffffffffffffffd * 0x2 bytes\n"},
+        {[] { gen_calloc(2, 0x7FFFFFFFFFFFFFFE); }, 3,
+         "objtrim: fatal: Attempt to allocate 0x2 * 0x7ffffffffffffffe bytes\n"},
+        {[] { gen_calloc(0x7FFFFFFFFFFFFFFE, 2); }, 3,
+         "objtrim: fatal: Attempt to allocate 0x7ffffffffffffffe * 0x2 bytes\n"},
+    };
+    for (const auto& [body, status, text] : rows)
+        expect_end(body, status, text);
+    // Not every product is looked at: some fail in the runtime, and a sanitizer's allocator has a
+    // report of its own.
+    if (!is_sanitized_build()) {
+        const std::string text = "objtrim: fatal: Out of memory (0x";
+        expect_end([] { gen_calloc(2, 0x7FFFFFFFFFFFFFFD); }, 3,
+                   text + "FFFFFFFFFFFFFFFA bytes requested)\n");
+        expect_end([] { gen_realloc(gen_calloc(1, 1), INT64_MAX); }, 3,
+                   text + "7FFFFFFFFFFFFFFF bytes requested)\n");
+    }
+}
+
+// What no file of a run can be large enough for.
+TEST(genmessage, numbers_that_do_not_fit_are_fatal) {
+    elf_access elf = {.elfbits = 32, .elf_byte_order = ELF_ORDER_BIG};
+    std::byte entry[8];
+    string_move full, middle = prepare_strings("abc", 4);
+    append_string(full, "", UINT32_MAX);
+    middle.old.size = UINT64_MAX;
+    middle.newstrsize = UINT32_MAX - 1;
+    expect_fatal({{[] { elf_index_in(0x10000); }, "Invalid section"},
+                  {[&] {
+                       elf_encode_rel(elf, entry, {0, uint64_t{1} << 56});
+                   },
+                   "ELF file overflow"},
+                  {[&] { append_string(full, "", 1); }, "64-bit value truncated"},
+                  {[&] { move_string(middle, 2); }, "64-bit value truncated"}});
+}
+
+TEST(genmessage, numbers_as_text_and_text_as_numbers) {
+    const char* end = "";
+    EXPECT_EQ(gen_strtoul(nullptr, &end, 10), 0);
+    EXPECT_EQ(end, nullptr);
+    EXPECT_EQ(gen_strtoul("4294967295z", &end, 10), -1);
+    EXPECT_EQ(*end, 'z');
+    EXPECT_EQ(gen_strtoul("0x10", nullptr, 0), 16);
+    EXPECT_EQ(gen_strlen("four"), 4);
+    char text[21];
+    EXPECT_STREQ(gen_str64(text, -1, 'x'), "ffffffffffffffff");
+    EXPECT_STREQ(gen_str64(text, INT64_MIN, 'd'), "-9223372036854775808");
+}
+
+// Containers and blocks take from the slots and give back to them, in every form of new and delete.
+TEST(genmem, everything_goes_through_the_slots) {
+    static int taken, given_back;
+    const auto body = [] {
+        static const auto calloc_slot = gen_calloc_slot;
+        static const auto free_slot = gen_free_slot;
+        gen_calloc_slot = [](uint64_t count, uint64_t size) {
+            ++taken;
+            return gen_calloc(count, size);
+        };
+        gen_free_slot = [](void* block) {
+            given_back += block != nullptr;
+            gen_free(block);
+        };
+        const bool zeroed = *gen_new_block(1).text() == '\0' && !gen_new_block(0).text();
+        operator delete(operator new(0));
+        operator delete[](operator new[](0));
+        operator delete(operator new(1, std::nothrow), 1);
+        operator delete[](operator new[](1, std::nothrow), 1);
+        char* text = static_cast<char*>(gen_realloc(nullptr, 16));
+        memcpy(text, "kept", 5);
+        text = static_cast<char*>(gen_realloc_array(text, 1000, 5'000));
+        const bool kept = strcmp(text, "kept") == 0;
+        const bool released = gen_realloc(text, 0) == nullptr && gen_calloc(0, 100) == nullptr;
+        void* block = gen_calloc(1, 0);
+        gen_free_and_clear(&block);
+        gen_free_and_clear(nullptr);
+        const int taken_here = taken, given_back_here = given_back;
+        gen_calloc_slot = calloc_slot;
+        gen_free_slot = free_slot;
+        gen_eprintf("%d%d%d%d %d %d", zeroed, kept, released, block == nullptr, taken_here,
+                    given_back_here);
+    };
+    expect_text(body, "1111 6 7");
 }
 
 } // namespace

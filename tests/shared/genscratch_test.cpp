@@ -1,0 +1,234 @@
+// Temporary names, lock files and scratch directories: what counts as taken, whose lock may be
+// taken over, what is removed, and that nobody can lead us elsewhere.
+#include <cerrno>
+#include <filesystem>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+#include "shared/genlock.h"
+#include "shared/genmessage.h"
+#include "shared/genpath.h"
+#include "shared/genscratch.h"
+#include "support/child.h"
+#include "support/coff_builder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string dead = number(INT32_MAX, 4), none = "-";
+
+// What the lock files of this machine end in.
+std::string here() {
+    char tag[32];
+    snprintf(tag, sizeof tag, "Disk%llx", static_cast<unsigned long long>(host_machine_id()));
+    return number(strlen(tag), 4) + tag;
+}
+
+struct genscratch : placed_test {
+    genscratch() { temp.input_directory = ""; }
+
+    gen_scratch scratch = {temp};
+    const std::string root = "ORVSD_" + host_user_name();
+    const std::string mine = root + host_separator + std::to_string(host_process_id()) + "_";
+};
+
+TEST_F(genscratch, only_dead_and_aged_locks_are_taken_over) {
+    const std::string live = number(host_process_id(), 4), elsewhere = number(5, 4) + "Disk0";
+    const std::string breaking = "objtrim: warning: Breaking lock ";
+    const std::string pid = std::to_string(host_process_id()), now = std::to_string(host_time());
+    const struct {
+        std::string content, second; // of the lock file and of "._rlock"
+        int64_t age;
+        int32_t stale_age;
+        bool taken;
+        std::string said = {}; // up to where the clock may change it
+    } rows[] = {
+        {live + here(), none, 50, 100, false},
+        {dead + here(), none, 0, -1, true},
+        {dead + here().substr(0, 4) + "DISK" + here().substr(8), none, 0, -1, true},
+        {number(0, 4) + here(), none, 0, 100, true},
+        {number(UINT32_MAX, 4) + here(), none, 0, 100, true},
+        {dead + elsewhere, none, 50, 100, false},
+        {dead + number(UINT32_MAX, 4), none, 50, 100, false},
+        {dead + number(here().size() - 3, 4) + here().substr(4), none, 50, 100, false},
+        {"", none, 50, 100, false}, // is being written
+        {"", none, 5000, -1, false},
+        {"", none, 5000, 100, true, breaking + "on p.lock. It is more than 100"},
+        {dead + elsewhere, none, 5000, 100, true,
+         breaking + "from pid 2147483647, on p.lock. It is 500"},
+        {live + here(), none, host_time() + 1000, 100, true, // before 1970, which counts as 1970
+         breaking + "from pid " + pid + ", on p.lock. It is " + now.substr(0, 6)},
+        {dead + here(), dead + here(), 0, 100, true}, // died as it removed another's lock
+        {dead + here(), live + here(), 0, 100, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE("row " + std::to_string(&row - rows));
+        place.put("p.lock", row.content);
+        host_set_times("p.lock", host_time() - row.age);
+        if (row.second != none) {
+            place.put("p.lock._rlock", row.second);
+            host_set_times("p.lock._rlock", host_time());
+        }
+        const std::string said = said_by([&] {
+            gen_lock_ptr lock = gen_lockfile("p", 0, row.stale_age);
+            EXPECT_EQ(lock != nullptr, row.taken);
+            EXPECT_TRUE(!lock || gen_unlock(std::move(lock)));
+            EXPECT_EQ(errno, 0);
+        });
+        EXPECT_EQ(said.substr(0, row.said.size()), row.said);
+        EXPECT_TRUE(said.ends_with(row.said.empty() ? "" : " seconds old.\n")) << said;
+        EXPECT_EQ(said.empty(), row.said.empty()) << said;
+        EXPECT_EQ(place.list().empty(), row.taken);
+        host_remove_tree("p.lock._rlock");
+    }
+}
+
+TEST_F(genscratch, lock_failures_are_told_from_waiting) {
+    fs::create_directory("dir.lock"); // which cannot be removed at any age
+    host_set_times("dir.lock", 1);
+    fs::create_directory("new.lock");
+    bool is_hard[4];
+    const auto body = [&] {
+        gen_sink().event_log = [](const char* tag, const char* text) {
+            if (std::string(tag) == "gen_lockfile")
+                gen_eprintf("%s|", text);
+        };
+        EXPECT_FALSE(gen_lockfile("new", 0, 100));
+        EXPECT_EQ(errno, 0);
+        EXPECT_FALSE(gen_lockfile("dir", -1, 100, &is_hard[0]));
+        EXPECT_FALSE(gen_lockfile("none/p", -1, 100, &is_hard[1]));
+        gen_lock_ptr lock = gen_lockfile("p", -1, 100, &is_hard[2]);
+        EXPECT_FALSE(gen_lockfile("p", 1, 100, &is_hard[3]));
+        close(lock->descriptor);
+        EXPECT_FALSE(gen_unlock(std::move(lock)));
+        {
+            const gen_lock_ptr lost = gen_lockfile("q:", 0, -1);
+            close(lost->descriptor);
+        }
+        lock = gen_lockfile("r/", 0, -1);
+        EXPECT_TRUE(host_name_taken("r_.lock"));
+        lock = nullptr;
+        EXPECT_FALSE(host_name_taken("r_.lock"));
+    };
+    expect_text(body,
+                "lock failed|objtrim: warning: Breaking lock on dir.lock. It is more than 100 "
+                "seconds old.\nobjtrim: warning: remove_stale_lock failed (errno=" +
+                    std::to_string(host_has_tools ? EISDIR : EACCES) +
+                    ")\nlock failed|CreateFile failed|lock failed|locked|lock failed|"
+                    "failed to unlock|locked|failed to unlock|locked|unlocked|");
+    EXPECT_TRUE(is_hard[0] && is_hard[1] && !is_hard[2] && !is_hard[3]);
+}
+
+TEST_F(genscratch, one_at_a_time_holds_a_lock_after_an_orphan) {
+    place.put("p.lock", dead + here());
+    std::atomic<int> holders = 0, turns = 0;
+    const auto work = [&] {
+        for (int turn = 0; turn < 2; ++turn) {
+            const gen_lock_ptr lock = gen_lockfile("p", 60, 100);
+            turns += lock && ++holders == 1;
+            host_sleep(1);
+            --holders;
+        }
+    };
+    std::thread workers[3];
+    for (std::thread& worker : workers)
+        worker = std::thread(work);
+    for (std::thread& worker : workers)
+        worker.join();
+    EXPECT_EQ(turns, 6);
+    EXPECT_EQ(place.list(), words());
+}
+
+TEST_F(genscratch, directories_are_numbered_and_marked_and_cleaned) {
+    place.put(root + "_.lock", "");
+    host_set_times((root + "_.lock").c_str(), host_time() - 200);
+    fs::create_directories(mine + "a_2");
+    const auto body = [&] {
+        const mode_t mask = umask(020);
+        errno = 77;
+        EXPECT_EQ(gen_make_session_dir(scratch, "a", 0777), mine + "a_1");
+        EXPECT_EQ(place.list(), words{root}); // the lock was taken and given back
+        temp.input_directory = "none/";       // is not asked for again
+        EXPECT_EQ(gen_make_session_dir(scratch, "a", 0777), mine + "a_3");
+        EXPECT_EQ(gen_make_session_dir(scratch, nullptr, 0700), mine + "4");
+        EXPECT_EQ(errno, 77);
+        EXPECT_EQ(place.list(mine + "a_1"), words{"dont_delete"});
+        EXPECT_EQ(place.state(mine + "a_1").mode, host_mode(0757));
+        temp.input_directory = "";
+        place.put(mine + "a_5", ""); // which is no directory
+        EXPECT_FALSE(gen_make_session_dir(scratch, "a", 0777));
+        EXPECT_TRUE(gen_clean_session_dirs(scratch));
+        EXPECT_EQ(place.list(), words());
+        gen_make_session_dir(scratch, "a", 0777);
+        EXPECT_EQ(place.state(root).mode, host_mode(0755));
+        umask(mask);
+    };
+    expect_text(body, "objtrim: warning: Breaking lock on " + root +
+                          "_.lock. It is more than 100 seconds old.\nobjtrim: error: Internal "
+                          "error: Temporary directory '" +
+                          mine + "a_5' could not be created\n");
+    EXPECT_EQ(gen_session_data_root(scratch),
+              "ORVSessionData_" + host_network_name() + "_" + host_user_name() + host_separator);
+    EXPECT_FALSE(gen_clean_deletable_dir("") || gen_clean_deletable_dir("/"));
+}
+
+TEST_F(genscratch, temporary_names_have_a_stem_in_base_32) {
+    EXPECT_EQ(gen_temp_stem(1234, 1), "ov_000016i1.");
+    EXPECT_EQ(gen_temp_stem(UINT32_MAX, 0x3FF), "ov_3vvvvvvvv.");
+    EXPECT_EQ(gen_temp_stem(0, 0x1F), "ov_0000000v.");
+    EXPECT_EQ(gen_temp_stem(0, 0x20), "ov_000000010.");
+    EXPECT_EQ(gen_temp_stem(0, 0x8000), "ov_00000001000.");
+    EXPECT_EQ(gen_next_temp_counter(0xFFFFE), 0xFFFFFU);
+    EXPECT_EQ(gen_next_temp_counter(0xFFFFF), 1U);
+}
+
+// In a child, for the variables.
+TEST_F(genscratch, the_users_directory_is_the_first_usable_one_and_is_kept) {
+    for (const char* directory : {"tmp", "temp", "own"})
+        fs::create_directory(directory);
+    place.put("file", "", 0755);
+    static const struct {
+        const char *tmp, *temp, *suggested;
+    } rows[] = {{"tmp", "temp", "own"}, {"file", "temp", nullptr}, {"", "none", "own"}};
+    const auto choose = [&] {
+        for (const auto& row : rows) {
+            gen_temp_space space = {temp_counter};
+            set_variable("TMP", row.tmp);
+            set_variable("TEMP", row.temp);
+            const std::string first = gen_user_tmpdir(space, row.suggested);
+            gen_tmpdir(space);
+            set_variable("TMP", "own");
+            gen_eprintf("%s %s\n", first.c_str(), gen_tmpdir(space).c_str()); // as before
+        }
+        exit(0);
+    };
+    expect_end(choose, 0,
+               std::string("tmp tmp\ntemp temp\nown ") +
+                   (host_separator == '/' ? "/tmp\n" : "\\\n"));
+}
+
+TEST_F(genscratch, no_temporary_name_of_a_set_is_taken_and_none_comes_twice) {
+    const auto name_with = [](uint32_t counter, const char* extension) {
+        return "d/" + gen_temp_stem(host_process_id(), counter) + extension;
+    };
+    const auto body = [&] {
+        place.put(name_with(1, "b"), "");
+        if (!make_link("nowhere", name_with(2, "c")))
+            place.put(name_with(2, "c"), "");
+        const std::string_view extensions[] = {"a", ".b", "c"};
+        EXPECT_EQ(gen_temp_names(temp, "d/", extensions),
+                  (words{name_with(3, "a"), name_with(3, "b"), name_with(3, "c")}));
+        set_variable("BUILDER_TEMPORARY_NAME", "s/job"); // a dictated name gives way when taken
+        EXPECT_EQ(gen_temp_name(temp, "", "t"), "s/job.t");
+        place.put("s/job.t", "");
+        EXPECT_EQ(gen_temp_name(temp, "", "t"), "s/4.t");
+        set_variable("BUILDER_TEMPORARY_NAME", "new.");
+        EXPECT_EQ(gen_temp_name(temp, "s", "t"), gen_join("s", "new.t"));
+        exit(HasFailure() ? 1 : 0);
+    };
+    expect_end(body, 0, "");
+}
+
+} // namespace
