@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 #include "shared/genlock.h"
@@ -18,6 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string dead = number(INT32_MAX, 4), none = "-";
+const std::string breaking = "objtrim: warning: Breaking lock ";
 
 // What the lock files of this machine end in.
 std::string here() {
@@ -28,15 +28,12 @@ std::string here() {
 
 struct genscratch : placed_test {
     genscratch() { temp.input_directory = ""; }
-
     gen_scratch scratch = {temp};
     const std::string root = "ORVSD_" + host_user_name();
-    const std::string mine = root + host_separator + std::to_string(host_process_id()) + "_";
 };
 
 TEST_F(genscratch, only_dead_and_aged_locks_are_taken_over) {
     const std::string live = number(host_process_id(), 4), elsewhere = number(5, 4) + "Disk0";
-    const std::string breaking = "objtrim: warning: Breaking lock ";
     const std::string pid = std::to_string(host_process_id()), now = std::to_string(host_time());
     const struct {
         std::string content, second; // of the lock file and of "._rlock"
@@ -121,41 +118,23 @@ TEST_F(genscratch, lock_failures_are_told_from_waiting) {
     EXPECT_TRUE(is_hard[0] && is_hard[1] && !is_hard[2] && !is_hard[3]);
 }
 
-TEST_F(genscratch, one_at_a_time_holds_a_lock_after_an_orphan) {
-    place.put("p.lock", dead + here());
-    std::atomic<int> holders = 0, turns = 0;
-    const auto work = [&] {
-        for (int turn = 0; turn < 2; ++turn) {
-            const gen_lock_ptr lock = gen_lockfile("p", 60, 100);
-            turns += lock && ++holders == 1;
-            host_sleep(1);
-            --holders;
-        }
-    };
-    std::thread workers[3];
-    for (std::thread& worker : workers)
-        worker = std::thread(work);
-    for (std::thread& worker : workers)
-        worker.join();
-    EXPECT_EQ(turns, 6);
-    EXPECT_EQ(place.list(), words());
-}
-
 TEST_F(genscratch, directories_are_numbered_and_marked_and_cleaned) {
-    place.put(root + "_.lock", "");
-    host_set_times((root + "_.lock").c_str(), host_time() - 200);
-    fs::create_directories(mine + "a_2");
+    const std::string mine = root + host_separator + std::to_string(host_process_id()) + "_";
     const auto body = [&] {
+        place.put(root + "_.lock", "");
+        host_set_times((root + "_.lock").c_str(), host_time() - 200);
+        place.put(mine + "a_2/x", "", 0444);
         const mode_t mask = umask(020);
         errno = 77;
-        EXPECT_EQ(gen_make_session_dir(scratch, "a", 0777), mine + "a_1");
-        EXPECT_EQ(place.list(), words{root}); // the lock was taken and given back
-        temp.input_directory = "none/";       // is not asked for again
-        EXPECT_EQ(gen_make_session_dir(scratch, "a", 0777), mine + "a_3");
-        EXPECT_EQ(gen_make_session_dir(scratch, nullptr, 0700), mine + "4");
+        const std::optional<std::string> made = gen_make_session_dir(scratch, "a", 0777);
         EXPECT_EQ(errno, 77);
+        EXPECT_EQ(made, mine + "a_1");
+        EXPECT_EQ(place.list(), words{root}); // the lock was taken and given back
         EXPECT_EQ(place.list(mine + "a_1"), words{"dont_delete"});
         EXPECT_EQ(place.state(mine + "a_1").mode, host_mode(0757));
+        temp.input_directory = "none/"; // is not asked for again
+        EXPECT_EQ(gen_make_session_dir(scratch, "a", 0777), mine + "a_3");
+        EXPECT_EQ(gen_make_session_dir(scratch, nullptr, 0700), mine + "4");
         temp.input_directory = "";
         place.put(mine + "a_5", ""); // which is no directory
         EXPECT_FALSE(gen_make_session_dir(scratch, "a", 0777));
@@ -165,55 +144,41 @@ TEST_F(genscratch, directories_are_numbered_and_marked_and_cleaned) {
         EXPECT_EQ(place.state(root).mode, host_mode(0755));
         umask(mask);
     };
-    expect_text(body, "objtrim: warning: Breaking lock on " + root +
-                          "_.lock. It is more than 100 seconds old.\nobjtrim: error: Internal "
-                          "error: Temporary directory '" +
-                          mine + "a_5' could not be created\n");
+    expect_text(body, breaking + "on " + root + "_.lock. It is more than 100 seconds old.\n" +
+                          "objtrim: error: Internal error: Temporary directory '" + mine +
+                          "a_5' could not be created\n");
     EXPECT_EQ(gen_session_data_root(scratch),
               "ORVSessionData_" + host_network_name() + "_" + host_user_name() + host_separator);
     EXPECT_FALSE(gen_clean_deletable_dir("") || gen_clean_deletable_dir("/"));
 }
 
-TEST_F(genscratch, temporary_names_have_a_stem_in_base_32) {
+// In a child, for the variables.
+TEST_F(genscratch, temporary_names_and_directories_are_the_first_usable_ones) {
     EXPECT_EQ(gen_temp_stem(1234, 1), "ov_000016i1.");
     EXPECT_EQ(gen_temp_stem(UINT32_MAX, 0x3FF), "ov_3vvvvvvvv.");
-    EXPECT_EQ(gen_temp_stem(0, 0x1F), "ov_0000000v.");
-    EXPECT_EQ(gen_temp_stem(0, 0x20), "ov_000000010.");
-    EXPECT_EQ(gen_temp_stem(0, 0x8000), "ov_00000001000.");
+    EXPECT_EQ(gen_temp_stem(0, 0x20) + gen_temp_stem(0, 0x8000), "ov_000000010.ov_00000001000.");
     EXPECT_EQ(gen_next_temp_counter(0xFFFFE), 0xFFFFFU);
     EXPECT_EQ(gen_next_temp_counter(0xFFFFF), 1U);
-}
-
-// In a child, for the variables.
-TEST_F(genscratch, the_users_directory_is_the_first_usable_one_and_is_kept) {
-    for (const char* directory : {"tmp", "temp", "own"})
-        fs::create_directory(directory);
     place.put("file", "", 0755);
-    static const struct {
-        const char *tmp, *temp, *suggested;
-    } rows[] = {{"tmp", "temp", "own"}, {"file", "temp", nullptr}, {"", "none", "own"}};
-    const auto choose = [&] {
-        for (const auto& row : rows) {
-            gen_temp_space space = {temp_counter};
-            set_variable("TMP", row.tmp);
-            set_variable("TEMP", row.temp);
-            const std::string first = gen_user_tmpdir(space, row.suggested);
-            gen_tmpdir(space);
-            set_variable("TMP", "own");
-            gen_eprintf("%s %s\n", first.c_str(), gen_tmpdir(space).c_str()); // as before
-        }
-        exit(0);
-    };
-    expect_end(choose, 0,
-               std::string("tmp tmp\ntemp temp\nown ") +
-                   (host_separator == '/' ? "/tmp\n" : "\\\n"));
-}
-
-TEST_F(genscratch, no_temporary_name_of_a_set_is_taken_and_none_comes_twice) {
+    for (const char* directory : {"tmp", "temp", "own", "d"})
+        fs::create_directory(directory);
     const auto name_with = [](uint32_t counter, const char* extension) {
         return "d/" + gen_temp_stem(host_process_id(), counter) + extension;
     };
     const auto body = [&] {
+        const std::tuple<const char*, const char*, const char*, std::string> rows[] = {
+            {"tmp", "temp", "own", "tmp tmp"},
+            {"file", "temp", nullptr, "temp temp"},
+            {"", "none", "own", std::string("own ") + (host_separator == '/' ? "/tmp" : "\\")}};
+        for (const auto& [tmp, in_temp, suggested, expected] : rows) {
+            gen_temp_space space = {temp_counter};
+            set_variable("TMP", tmp);
+            set_variable("TEMP", in_temp);
+            const std::string first = gen_user_tmpdir(space, suggested);
+            gen_tmpdir(space);
+            set_variable("TMP", "own");
+            EXPECT_EQ(first + " " + gen_tmpdir(space), expected); // as before
+        }
         place.put(name_with(1, "b"), "");
         if (!make_link("nowhere", name_with(2, "c")))
             place.put(name_with(2, "c"), "");

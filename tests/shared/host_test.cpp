@@ -11,26 +11,20 @@ using host = placed_test;
 TEST_F(host, success_and_an_expected_no_leave_the_error_number) {
     const bool linked = make_link("nowhere", "dangling");
     errno = 77;
-    EXPECT_FALSE(host_status_of("dangling"));
-    EXPECT_FALSE(host_status_of_link("none"));
+    EXPECT_FALSE(host_status_of("dangling") || host_status_of_link("none"));
     EXPECT_EQ(host_name_taken("dangling"), linked);
-    EXPECT_FALSE(host_usable_directory("dangling"));
-    EXPECT_FALSE(host_readable("none"));
+    EXPECT_FALSE(host_usable_directory("dangling") || host_readable("none"));
     const int file = host_open("f", host_access::create);
-    EXPECT_TRUE(host_readable("f"));
-    EXPECT_FALSE(host_usable_directory("f"));
+    EXPECT_TRUE(host_readable("f") && !host_usable_directory("f") && host_usable_directory("."));
     EXPECT_EQ(host_write_at(file, "abc", 3, 0), 3);
     EXPECT_EQ(host_set_mode(file, 0444), 0);
     EXPECT_EQ(host_descriptor_status(file)->mode & host_mode_bits, 0444U & host_mode_bits);
-    EXPECT_EQ(host_set_mode("f", 0644), 0);
-    EXPECT_EQ(host_close(file), 0);
-    EXPECT_EQ(host_set_length("f", 5), 0);
-    EXPECT_EQ(host_rename("f", "g"), 0);
-    EXPECT_EQ(host_set_times("g", 1'000'000'000), 0);
+    EXPECT_EQ(host_set_mode("f", 0644) | host_close(file) | host_set_length("f", 5), 0);
+    EXPECT_EQ(host_rename("f", "g") | host_set_times("g", 1'000'000'000), 0);
     const std::optional<host_status> status = host_status_of("g");
-    EXPECT_TRUE(status && status->is_regular && !status->is_directory && status->size == 5 &&
-                status->modified == 1'000'000'000 && status->mode == 0644);
-    EXPECT_TRUE(host_usable_directory(".") && host_status_of(".")->is_directory);
+    EXPECT_TRUE(status && status->is_regular && !status->is_directory && status->mode == 0644);
+    EXPECT_EQ(status->size, 5U);
+    EXPECT_EQ(status->modified, 1'000'000'000);
     EXPECT_TRUE(host_process_is_alive(host_process_id()));
     EXPECT_EQ(host_remove_tree("g"), 0);
     EXPECT_EQ(errno, 77);
@@ -43,40 +37,29 @@ TEST_F(host, failures_leave_the_reason) {
     const int gone = host_open("d/f", host_access::read);
     host_close(gone);
     constexpr uint64_t beyond = uint64_t{1} << 63;
-    char byte = 0;
+    char b = 0;
     int lock = -1;
-    const struct {
-        const char* what;
-        std::function<int64_t()> call;
-        int error;
-    } rows[] = {
-        {"read beyond", [&] { return host_read_at(file, &byte, 1, beyond); }, EINVAL},
-        {"write beyond", [&] { return host_write_at(file, &byte, 1, beyond); }, EINVAL},
-        {"length beyond", [] { return host_set_length("d/f", UINT64_MAX); }, EINVAL},
-        {"read closed", [&] { return host_read(gone, &byte, 1); }, EBADF},
-        {"close closed", [&] { return host_close(gone); }, EBADF},
-        {"open none", [] { return host_open("none", host_access::update); }, ENOENT},
-        {"open new", [] { return host_open("d/f", host_access::create_exclusive_update); }, EEXIST},
-        {"rename none", [] { return host_rename("none", "x"); }, ENOENT},
-        {"delete none", [] { return host_delete("none"); }, ENOENT},
-        {"length none", [] { return host_set_length("none", 1); }, ENOENT},
-        {"mode none", [] { return host_set_mode("none", 0644); }, ENOENT},
-        {"times none", [] { return host_set_times("none", 1); }, ENOENT},
-        {"make again", [] { return host_make_directory("d/", 0777); }, EEXIST},
-        {"remove full", [] { return host_remove_directory("d"); }, ENOTEMPTY},
-        {"remove none", [] { return host_remove_tree("none"); }, ENOENT},
-        {"list none", [] { return host_list_directory("none") ? 0 : -1; }, ENOENT},
-        {"lock in none",
-         [&] { return host_create_lock("none/l", lock) == host_lock_outcome::failed ? -1 : 0; },
-         ENOENT},
-    };
-    for (const auto& [what, call, error] : rows) {
+    const auto reason = [](const std::function<int64_t()>& call) {
         errno = 77;
-        EXPECT_EQ(call(), -1) << what;
-        EXPECT_EQ(errno, error) << what;
-    }
-    EXPECT_EQ(host_read_at(file, &byte, 1, 2), 1);
-    EXPECT_EQ(host_read_at(file, &byte, 1, 3), 0);
+        return call() == -1 ? errno : 0;
+    };
+    EXPECT_EQ(reason([&] { return host_read_at(file, &b, 1, beyond); }), EINVAL);
+    EXPECT_EQ(reason([&] { return host_write_at(file, &b, 1, beyond); }), EINVAL);
+    EXPECT_EQ(reason([] { return host_set_length("d/f", UINT64_MAX); }), EINVAL);
+    EXPECT_EQ(reason([&] { return host_read(gone, &b, 1); }), EBADF);
+    EXPECT_EQ(reason([&] { return host_close(gone); }), EBADF);
+    EXPECT_EQ(reason([] { return host_rename("none", "x"); }), ENOENT);
+    EXPECT_EQ(reason([] { return host_delete("none"); }), ENOENT);
+    EXPECT_EQ(reason([] { return host_set_length("none", 1); }), ENOENT);
+    EXPECT_EQ(reason([] { return host_set_mode("none", 0644); }), ENOENT);
+    EXPECT_EQ(reason([] { return host_set_times("none", 1); }), ENOENT);
+    EXPECT_EQ(reason([] { return host_make_directory("d/", 0777); }), EEXIST);
+    EXPECT_EQ(reason([] { return host_remove_directory("d"); }), ENOTEMPTY);
+    EXPECT_EQ(reason([] { return host_remove_tree("none"); }), ENOENT);
+    EXPECT_EQ(reason([] { return host_list_directory("none") ? 0 : -1; }), ENOENT);
+    EXPECT_EQ(host_create_lock("none/l", lock), host_lock_outcome::failed);
+    EXPECT_EQ(host_read_at(file, &b, 1, 2), 1);
+    EXPECT_EQ(host_read_at(file, &b, 1, 3), 0);
     host_close(file);
     EXPECT_EQ(host_list_directory("d/"), words{"f"});
     EXPECT_FALSE(host_list_directory("d/f"));
