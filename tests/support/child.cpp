@@ -1,8 +1,7 @@
-// What is expected of pieces of code, and placed tests.
+// What is expected of pieces of code.
 #include "support/child.h"
 
 #include <cerrno>
-#include <filesystem>
 
 #include "shared/genmessage.h"
 
@@ -37,21 +36,13 @@ void expect_end(const std::function<void()>& body, int status, const std::string
 #endif
         return end == status;
     };
-    EXPECT_EXIT(run_as_program(body, nullptr), has_ended,
-                testing::Matcher<const std::string&>(text));
+    const testing::Matcher<const std::string&> matcher(text);
+    EXPECT_EXIT(run_as_program(body, nullptr), has_ended, matcher);
 }
 
 void expect_fatal(const std::vector<fatal_case>& cases) {
     for (const auto& [body, text] : cases)
-        expect_end(body, 1, "objtrim: fatal: " + std::string(text) + "\n");
-}
-
-placed_test::placed_test() {
-    std::filesystem::current_path(place.directory);
-}
-
-placed_test::~placed_test() {
-    std::filesystem::current_path("/");
+        expect_end(body, 1, "objtrim: fatal: " + text + "\n");
 }
 
 gen_stream_ptr placed_test::stream_of(const std::string& bytes, int64_t position) const {

@@ -2,6 +2,7 @@
 // work in, and a space for temporary things.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -21,13 +22,13 @@ void expect_text(const std::function<void()>& body, const std::string& text);
 // 128 + n is what signal n gives.
 void expect_end(const std::function<void()>& body, int status, const std::string& text);
 // Each body ends with status 1 and the text as a fatal message.
-using fatal_case = std::pair<std::function<void()>, const char*>;
+using fatal_case = std::pair<std::function<void()>, std::string>;
 void expect_fatal(const std::vector<fatal_case>& cases);
 
 // A test whose current directory is new and empty.
 struct placed_test : testing::Test {
-    placed_test();
-    ~placed_test() override;
+    placed_test() { std::filesystem::current_path(place.directory); }
+    ~placed_test() override { std::filesystem::current_path("/"); }
     // A stream at `position` of the new file "f".
     gen_stream_ptr stream_of(const std::string& bytes, int64_t position = 0) const;
 

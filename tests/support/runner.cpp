@@ -78,8 +78,6 @@ std::set<std::string> split_set(const std::string& line) {
     return {list.begin(), list.end()};
 }
 
-work_place::work_place() : directory(make_work_directory()) {}
-
 work_place::~work_place() {
     std::error_code ignored;
     for (const char* end : {".out", ".err"})
@@ -98,10 +96,6 @@ void work_place::put(const std::string& name, const std::string& bytes, uint32_t
     std::ofstream(full, std::ios::binary) << bytes;
     fs::last_write_time(full, std::chrono::file_clock::from_sys(past), ignored);
     fs::permissions(full, static_cast<fs::perms>(mode), ignored);
-}
-
-std::string work_place::get(const std::string& name) const {
-    return read_file(path(name));
 }
 
 file_state work_place::state(const std::string& name) const {
@@ -136,8 +130,4 @@ run_result work_place::trim(const std::string& line, const run_limits& limits) c
             << " gives " << result.status << contents_of(directory) << " and says " << said << "\n";
     }
     return result;
-}
-
-run_result work_place::command(const std::string& line) const {
-    return run_tool(directory, line);
 }

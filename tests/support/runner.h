@@ -42,11 +42,21 @@ struct file_state {
     bool operator==(const file_state&) const = default;
 };
 
+// A file's bytes; none when it cannot be read.
+std::string read_file(const std::string& name);
+
+// The host's part of what follows. Standard output goes to a file beside the directory, so that
+// nobody has to read while a program runs.
+std::string make_work_directory();
+run_result run_program(const std::string& directory, const std::string& line,
+                       const run_limits& limits);
+run_result run_tool(const std::string& directory, const std::string& line);
+
 // The directory; removed with everything in it at the end.
 struct work_place {
-    std::string directory;
+    const std::string directory = make_work_directory();
 
-    work_place();
+    work_place() = default;
     ~work_place();
     work_place(const work_place&) = delete;
     work_place& operator=(const work_place&) = delete;
@@ -54,7 +64,7 @@ struct work_place {
     std::string path(const std::string& name) const { return directory + "/" + name; }
     // The file is dated in the past, so that any later change shows in its time.
     void put(const std::string& name, const std::string& bytes, uint32_t mode = 0644) const;
-    std::string get(const std::string& name) const;
+    std::string get(const std::string& name) const { return read_file(path(name)); }
     file_state state(const std::string& name) const;
     words list(const std::string& below = "") const; // sorted
 
@@ -63,7 +73,7 @@ struct work_place {
     // a file, a line there says what went in and came out, so that hosts can be compared.
     run_result trim(const std::string& line, const run_limits& limits = {}) const;
     // Runs any program, looked for along PATH.
-    run_result command(const std::string& line) const;
+    run_result command(const std::string& line) const { return run_tool(directory, line); }
 };
 
 void set_variable(const char* name, const char* value);
@@ -71,16 +81,6 @@ void set_variable(const char* name, const char* value);
 bool make_link(const std::string& target, const std::string& name);
 // What the host makes of permission bits: on Windows there is only the owner's right to write.
 uint32_t host_mode(uint32_t mode);
-// A file's bytes; none when it cannot be read.
-std::string read_file(const std::string& name);
-
-// The host's part of the above. Standard output goes to a file beside the directory, so that nobody
-// has to read while a program runs.
-std::string make_work_directory();
-run_result run_program(const std::string& directory, const std::string& line,
-                       const run_limits& limits);
-run_result run_tool(const std::string& directory, const std::string& line);
-
 // Whether the build is an instrumented one, which takes memory of its own.
 inline bool is_sanitized_build() {
 #ifdef __SANITIZE_ADDRESS__
