@@ -116,26 +116,4 @@ TEST(genmessage, numbers_that_do_not_fit_are_fatal) {
                   {[&] { move_string(middle, 2); }, "64-bit value truncated"}});
 }
 
-// Containers and blocks take from the slots and give back to them, in every form of new and delete.
-TEST(genmem, everything_goes_through_the_slots) {
-    static int taken, given_back;
-    const auto calloc_slot = std::exchange(gen_calloc_slot, [](uint64_t count, uint64_t size) {
-        ++taken;
-        return gen_calloc(count, size);
-    });
-    const auto free_slot = std::exchange(gen_free_slot, [](void* block) {
-        given_back += block != nullptr;
-        gen_free(block);
-    });
-    const bool zeroed = *gen_new_block(1).text() == '\0' && !gen_new_block(0).text();
-    operator delete(operator new(0));
-    operator delete[](operator new[](0));
-    operator delete(operator new(1, std::nothrow), 1);
-    operator delete[](operator new[](1, std::nothrow), 1);
-    gen_calloc_slot = calloc_slot;
-    gen_free_slot = free_slot;
-    EXPECT_TRUE(zeroed);
-    EXPECT_EQ(std::pair(taken, given_back), std::pair(5, 5));
-}
-
 } // namespace

@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::string dead = number(INT32_MAX, 4), none = "-";
+const std::string dead = number(INT32_MAX, 4);
 const std::string breaking = "objtrim: warning: Breaking lock ";
 
 // What the lock files of this machine end in.
@@ -36,40 +36,35 @@ TEST_F(genscratch, only_dead_and_aged_locks_are_taken_over) {
     const std::string live = number(host_process_id(), 4), elsewhere = number(5, 4) + "Disk0";
     const std::string pid = std::to_string(host_process_id()), now = std::to_string(host_time());
     const struct {
-        std::string content, second; // of the lock file and of "._rlock"
+        std::string content;
         int64_t age;
-        int32_t stale_age;
         bool taken;
-        std::string said = {}; // up to where the clock may change it
+        std::string said = {};    // up to where the clock may change it
+        std::string second = "-"; // what is in "._rlock", if it is there
     } rows[] = {
-        {live + here(), none, 50, 100, false},
-        {dead + here(), none, 0, -1, true},
-        {dead + here().substr(0, 4) + "DISK" + here().substr(8), none, 0, -1, true},
-        {number(0, 4) + here(), none, 0, 100, true},
-        {number(UINT32_MAX, 4) + here(), none, 0, 100, true},
-        {dead + elsewhere, none, 50, 100, false},
-        {dead + number(UINT32_MAX, 4), none, 50, 100, false},
-        {dead + number(here().size() - 3, 4) + here().substr(4), none, 50, 100, false},
-        {"", none, 50, 100, false}, // is being written
-        {"", none, 5000, -1, false},
-        {"", none, 5000, 100, true, breaking + "on p.lock. It is more than 100"},
-        {dead + elsewhere, none, 5000, 100, true,
-         breaking + "from pid 2147483647, on p.lock. It is 500"},
-        {live + here(), none, host_time() + 1000, 100, true, // before 1970, which counts as 1970
+        {live + here(), 50, false},
+        {dead + here(), 0, true},
+        {dead + here().substr(0, 4) + "DISK" + here().substr(8), 0, true},
+        {number(UINT32_MAX, 4) + here(), 0, true},
+        {dead + elsewhere, 50, false},
+        {dead + number(here().size() - 3, 4) + here().substr(4), 50, false},
+        {"", 50, false}, // is being written
+        {"", 5000, true, breaking + "on p.lock. It is more than 100"},
+        {dead + elsewhere, 5000, true, breaking + "from pid 2147483647, on p.lock. It is 500"},
+        {live + here(), host_time() + 1000, true, // before 1970, which counts as 1970
          breaking + "from pid " + pid + ", on p.lock. It is " + now.substr(0, 6)},
-        {dead + here(), dead + here(), 0, 100, true}, // died as it removed another's lock
-        {dead + here(), live + here(), 0, 100, false},
+        {dead + here(), 0, true, "", dead + here()}, // died as it removed another's lock
+        {dead + here(), 0, false, "", live + here()},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE("row " + std::to_string(&row - rows));
         place.put("p.lock", row.content);
         host_set_times("p.lock", host_time() - row.age);
-        if (row.second != none) {
+        if (row.second != "-")
             place.put("p.lock._rlock", row.second);
-            host_set_times("p.lock._rlock", host_time());
-        }
+        host_set_times("p.lock._rlock", host_time());
         const std::string said = said_by([&] {
-            gen_lock_ptr lock = gen_lockfile("p", 0, row.stale_age);
+            gen_lock_ptr lock = gen_lockfile("p", 0, 100);
             EXPECT_EQ(lock != nullptr, row.taken);
             EXPECT_TRUE(!lock || gen_unlock(std::move(lock)));
             EXPECT_EQ(errno, 0);
@@ -80,28 +75,14 @@ TEST_F(genscratch, only_dead_and_aged_locks_are_taken_over) {
         EXPECT_EQ(place.list().empty(), row.taken);
         host_remove_tree("p.lock._rlock");
     }
-}
-
-TEST_F(genscratch, lock_failures_are_told_from_waiting) {
-    fs::create_directory("new.lock");
+    bool is_hard[] = {true, false, true};
     fs::create_directory("dir.lock"); // which cannot be removed at any age
-    host_set_times("dir.lock", 1);
-    bool is_hard[4];
-    const auto body = [&] {
-        EXPECT_FALSE(gen_lockfile("new", 0, 100));
-        EXPECT_EQ(errno, 0);
-        EXPECT_FALSE(gen_lockfile("dir", -1, 100, &is_hard[0]));
-        EXPECT_FALSE(gen_lockfile("none/p", -1, 100, &is_hard[1]));
-        const gen_lock_ptr lock = gen_lockfile("p:", -1, 100, &is_hard[2]);
-        EXPECT_TRUE(host_name_taken("p_.lock"));
-        EXPECT_FALSE(gen_lockfile("p/", 1, 100, &is_hard[3]));
-    };
-    expect_text(body, breaking +
-                          "on dir.lock. It is more than 100 seconds old.\nobjtrim: warning: " +
-                          "remove_stale_lock failed (errno=" +
-                          std::to_string(host_has_tools ? EISDIR : EACCES) + ")\n");
-    EXPECT_TRUE(is_hard[0] && is_hard[1] && !is_hard[2] && !is_hard[3]);
-    EXPECT_FALSE(host_name_taken("p_.lock"));
+    EXPECT_FALSE(gen_lockfile("dir", 0, 100, &is_hard[0]));
+    EXPECT_FALSE(gen_lockfile("none/p", gen_lock_wait_for_ever, 100, &is_hard[1]));
+    const gen_lock_ptr lock = gen_lockfile("p:", 0, 100);
+    EXPECT_TRUE(lock && host_name_taken("p_.lock"));
+    EXPECT_FALSE(gen_lockfile("p/", 1, 100, &is_hard[2]));
+    EXPECT_TRUE(!is_hard[0] && is_hard[1] && !is_hard[2]);
 }
 
 TEST_F(genscratch, directories_are_numbered_and_marked_and_cleaned) {
@@ -136,9 +117,9 @@ TEST_F(genscratch, directories_are_numbered_and_marked_and_cleaned) {
 
 // In a child, for the variables.
 TEST_F(genscratch, temporary_names_and_directories_are_the_first_usable_ones) {
-    EXPECT_EQ(gen_temp_stem(1234, 1), "ov_000016i1.");
-    EXPECT_EQ(gen_temp_stem(UINT32_MAX, 0x3FF), "ov_3vvvvvvvv.");
-    EXPECT_EQ(gen_temp_stem(0, 0x20) + gen_temp_stem(0, 0x8000), "ov_000000010.ov_00000001000.");
+    EXPECT_EQ(gen_temp_stem(1234, 1) + gen_temp_stem(UINT32_MAX, 0x3FF) + gen_temp_stem(0, 0x20) +
+                  gen_temp_stem(0, 0x8000),
+              "ov_000016i1.ov_3vvvvvvvv.ov_000000010.ov_00000001000.");
     EXPECT_EQ(gen_next_temp_counter(0xFFFFE), 0xFFFFFU);
     EXPECT_EQ(gen_next_temp_counter(0xFFFFF), 1U);
     place.put("file", "", 0755);

@@ -35,6 +35,7 @@ TEST_F(host_posix, pipes_are_not_waited_for) {
 TEST_F(host_posix, after_the_start_writes_fail_instead_of_ending_the_program) {
     const auto body = [] {
         std::signal(SIGCHLD, SIG_IGN); // as a careless parent leaves it
+        std::signal(SIGHUP, SIG_IGN);  // as of a job in the background
         close(STDERR_FILENO);
         int failures = host_start() != 0;
         const int file = host_open("f", host_access::create);
@@ -46,34 +47,12 @@ TEST_F(host_posix, after_the_start_writes_fail_instead_of_ending_the_program) {
         setrlimit(RLIMIT_FSIZE, &limit);
         failures += host_write_at(file, "x", 1, 4) != -1 || errno != EFBIG;
         failures += host_run("/bin/sh -c \"kill -PIPE $$\"", false) != 128 + SIGPIPE;
+        raise(SIGHUP);
         std::signal(SIGCHLD, SIG_IGN);
         failures += host_run("/bin/true", false) != 127; // its status is not to be had
         _exit(failures);
     };
     expect_end(body, 0, "");
-}
-
-// An ignored signal, as of a job in the background, stays ignored; the others end the process as
-// the parent would expect, and take the unfinished files with them.
-TEST_F(host_posix, an_interrupt_removes_unfinished_files) {
-    static const char* const released = "done"; // by its address
-    for (const int signal_number : {SIGHUP, SIGINT, SIGTERM}) {
-        const int ignored = signal_number == SIGHUP ? SIGINT : SIGHUP;
-        const auto body = [&] {
-            std::signal(signal_number, SIG_DFL);
-            std::signal(ignored, SIG_IGN);
-            host_start();
-            for (const char* name : {released, "one", "two"}) {
-                host_close(host_open(name, host_access::create));
-                host_guard_file(name);
-            }
-            host_release_file(released);
-            raise(ignored);
-            raise(signal_number);
-        };
-        expect_end(body, 128 + signal_number, "");
-        EXPECT_EQ(place.list(), words{released});
-    }
 }
 
 // An open that fails is not tried again unless it was interrupted.

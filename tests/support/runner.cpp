@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <list>
+#include <numeric>
 #include <regex>
 #include <sstream>
 #include <sys/stat.h>
@@ -30,17 +31,17 @@ std::string contents_of(const std::string& directory) {
     std::set<std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(directory))
         if (entry.is_regular_file() && !entry.is_symlink()) {
-            const std::string name = entry.path().lexically_relative(directory).generic_string();
-            const std::string file = entry.path().string();
-            files.insert(" " + without_temporary_names(name) + "=" +
-                         std::to_string(entry.file_size() > largest_read
-                                            ? entry.file_size()
-                                            : std::hash<std::string>()(read_file(file))));
+            const uint64_t size = entry.file_size();
+            files.insert(without_temporary_names(
+                             entry.path().lexically_relative(directory).generic_string()) +
+                         "=" +
+                         std::to_string(size > largest_read ? size
+                                                            : std::hash<std::string>()(read_file(
+                                                                  entry.path().string()))));
         }
-    std::string all;
-    for (const std::string& file : files)
-        all += file;
-    return all;
+    return std::accumulate(
+        files.begin(), files.end(), std::string(),
+        [](std::string all, const std::string& file) { return all + " " + file; });
 }
 
 } // namespace

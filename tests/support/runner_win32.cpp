@@ -20,8 +20,7 @@ HANDLE open_for_child(const std::string& name, DWORD access, DWORD disposition) 
 }
 
 std::string unix_lines(std::string text) {
-    for (size_t at = 0; (at = text.find("\r\n", at)) != std::string::npos; ++at)
-        text.erase(at, 1);
+    std::erase(text, '\r');
     return text;
 }
 
@@ -86,6 +85,8 @@ std::string make_work_directory() {
         set_variable(parent_variable, std::to_string(GetCurrentProcessId()).c_str());
     const std::string name = std::filesystem::temp_directory_path().string() + "objtrim_test_" +
                              getenv(parent_variable) + "_" + std::to_string(count);
+    if (!is_child)
+        std::filesystem::remove_all(name);
     std::filesystem::create_directory(name);
     return name;
 }
