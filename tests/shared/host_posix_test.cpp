@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "shared/genchild.h"
+#include "shared/genreplace.h"
 #include "shared/genscratch.h"
 #include "support/child.h"
 #include "support/process.h"
@@ -53,6 +54,17 @@ TEST_F(host_posix, after_the_start_writes_fail_instead_of_ending_the_program) {
         _exit(failures);
     };
     expect_end(body, 0, "");
+}
+
+// Bits that act for the owner go when he is another.
+TEST_F(host_posix, the_owner_is_given_away_by_the_superuser_only) {
+    const gen_stream_ptr stream = stream_of("");
+    const host_status from = {.mode = 06755, .owner = 1, .group = 1};
+    EXPECT_EQ(gen_copy_owner_and_mode(stream->descriptor, from), 0);
+    const std::optional<host_status> now = host_descriptor_status(stream->descriptor);
+    const bool given = geteuid() == 0;
+    EXPECT_EQ(now->owner, given ? 1 : geteuid());
+    EXPECT_EQ(now->mode, given ? 06755U : 0755U);
 }
 
 // An open that fails is not tried again unless it was interrupted.

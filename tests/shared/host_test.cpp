@@ -60,6 +60,7 @@ TEST_F(host, failures_leave_the_reason) {
     host_close(file);
     EXPECT_EQ(host_list_directory("d/"), words{"f"});
     EXPECT_FALSE(host_list_directory("d/f"));
+    EXPECT_EQ(host_remove_tree("d"), 0);
 }
 
 } // namespace

@@ -15,6 +15,7 @@ void run_as_program(const std::function<void()>& body, std::string* gathered) {
     errno = 0;
     body();
     gen_use_sink(before);
+    gen_set_program_name("");
 }
 
 } // namespace

@@ -58,7 +58,7 @@ std::string read_file(const std::string& name) {
 }
 
 void set_variable(const char* name, const char* value) {
-    static std::list<std::string> settings; // the environment refers to them
+    static auto& settings = *new std::list<std::string>; // the environment refers to them
     putenv(settings.emplace_back(std::string(name) + "=" + value).data());
 }
 
