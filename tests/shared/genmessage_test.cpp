@@ -1,12 +1,14 @@
-// Messages as they appear on the standard error stream, their counting, and the ways out.
+// Messages as they appear, their counting, the ways out, and memory.
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <tuple>
 #include <unistd.h>
 
+#include "objfile/elfrel.h"
+#include "objfile/elfsym.h"
 #include "shared/genexit.h"
 #include "shared/genmem.h"
 #include "support/child.h"
+#include "util/elfstrings.h"
 
 namespace {
 
@@ -18,97 +20,60 @@ void say(uint32_t level, const char* format, ...) {
 }
 
 TEST(genmessage, levels_have_words_in_both_styles_and_are_counted) {
-    // Behind the text: the counters of the levels, of all errors, and the error number left behind
-    // (21, "Is a directory", unless the text says it).
     static const struct {
         uint32_t level;
-        const char *plain, *prefixed, *rest;
+        const char *plain, *prefixed, *text, *counts; // of the levels, and of all errors
+        int error_left = EISDIR;
     } rows[] = {
-        {0, "objtrim: ", "objtrim: ERROR: ", "n 7\n1000000 1 21"},
-        {1, "objtrim: disaster: ", "objtrim: ERROR: DISASTER: ", "n 7\n0100000 1 21"},
-        {2, "objtrim: fatal: ", "objtrim: ERROR: FATAL: ", "n 7\n0010000 1 21"},
-        {3, "objtrim: error: ", "objtrim: ERROR: ", "n 7\n0001000 1 21"},
-        {4, "objtrim: warning: ", "objtrim: WARNING: ", "n 7\n0000100 0 21"},
-        {5, "objtrim: info: ", "objtrim: INFO: ", "n 7\n0000010 0 21"},
-        {6, "", "", "n 7\n0000001 0 21"},
-        {100, "objtrim: ", "objtrim: ", "n 7\n0000000 0 21"}, // of no level
-        {102, "objtrim: fatal: ", "objtrim: ERROR: FATAL: ", "n 7: Is a directory\n0010000 1 0"},
+        {0, "objtrim: ", "objtrim: ERROR: ", "n 7", "1000000 1"},
+        {1, "objtrim: disaster: ", "objtrim: ERROR: DISASTER: ", "n 7", "0100000 1"},
+        {2, "objtrim: fatal: ", "objtrim: ERROR: FATAL: ", "n 7", "0010000 1"},
+        {3, "objtrim: error: ", "objtrim: ERROR: ", "n 7", "0001000 1"},
+        {4, "objtrim: warning: ", "objtrim: WARNING: ", "n 7", "0000100 0"},
+        {5, "objtrim: info: ", "objtrim: INFO: ", "n 7", "0000010 0"},
+        {6, "", "", "n 7", "0000001 0"},
+        {100, "objtrim: ", "objtrim: ", "n 7", "0000000 0"}, // of no level
+        {102, "objtrim: fatal: ", "objtrim: ERROR: FATAL: ", "n 7: Is a directory", "0010000 1", 0},
     };
-    for (auto const& row : rows)
-        for (bool prefixed : {false, true}) {
-            auto const body = [&] {
-                gen_sink().gen_prefixed_messages = prefixed;
+    for (const auto& [level, plain, prefixed, text, counts, error_left] : rows)
+        for (const bool with_prefixes : {false, true}) {
+            int error = 0;
+            const std::string said = said_by([&, level = level] {
+                gen_sink().gen_prefixed_messages = with_prefixes;
                 errno = EISDIR;
-                say(row.level, "n %d", 7);
-                int const error = errno;
-                for (uint32_t count : gen_sink().gen_error_count)
-                    fprintf(stderr, "%u", count);
-                fprintf(stderr, " %u %d", gen_sink().gen_total_errors, error);
-            };
-            expect_text(body, std::string(prefixed ? row.prefixed : row.plain) + row.rest);
+                say(level, "n %d", 7);
+                error = errno;
+                for (const uint32_t count : gen_sink().gen_error_count)
+                    gen_eprintf("%u", count);
+                gen_eprintf(" %u", gen_sink().gen_total_errors);
+            });
+            EXPECT_EQ(said, std::string(with_prefixes ? prefixed : plain) + text + "\n" + counts);
+            EXPECT_EQ(error, error_left) << said;
         }
 }
 
-struct ending {
-    void (*body)();
-    int status;
-    std::string text;
-};
-
-void expect_endings(std::initializer_list<ending> endings) {
-    for (auto const& [body, status, text] : endings)
-        EXPECT_EQ(run_child(body), child_end(status, text));
-}
-
-TEST(genmessage, a_message_is_one_whole_line_behind_earlier_output) {
-    static std::string const longer(9000, 'x');
-    auto const log_and_say = [] {
-        gen_sink().event_log = [](const char* tag, const char* text) {
-            fprintf(stderr, "[%s %zu]", tag, strlen(text));
-        };
-        gen_error("%s", longer.c_str());
-    };
-    auto const print_and_say = [] {
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-        printf("work, ");
-        gen_warning("x\n");
-    };
-    auto const say_without_name = [] {
-        gen_set_program_name(nullptr);
-        gen_perror("x");
-    };
-    expect_endings({
-        {log_and_say, child_returned, "objtrim: error: " + longer + "\n[error 4095]"},
-        {print_and_say, child_returned, "work, objtrim: warning: x\n"},
-        {say_without_name, child_returned, "fatal: x\n"}, // there is no error number
-        {[] { say(3, "%s", "x\n"); }, child_returned, "objtrim: error: x\n\n"},
-    });
+TEST(genmessage, a_message_may_be_of_any_length) {
+    expect_text([] { gen_set_program_name(nullptr), gen_perror("x"); }, "fatal: x\n");
+    for (size_t length = 4070; length < 4100; ++length) { // the usual room ends among them
+        const std::string longer(length, 'x');
+        expect_text([&] { gen_error("%s", longer.c_str()); }, "objtrim: error: " + longer + "\n");
+    }
 }
 
 TEST(genmessage, fatal_ends_and_failed_assertions) {
-    auto const exhaust = [] { // in its own words whatever the style, uncounted, without memory
+    const auto exhaust = [] { // in its own words whatever the style, uncounted, without memory
         gen_sink().gen_prefixed_messages = true;
         gen_calloc_slot = [](uint64_t, uint64_t) -> void* { _exit(60); };
         gen_sink().exit = [](int status) { _exit(gen_sink().gen_total_errors == 0 ? status : 61); };
         gen_out_of_memory(UINT64_MAX - 0x10);
     };
-    expect_endings({
-        {[] { gen_fatal(1, "no '%s'", "a.o"); }, 1, "objtrim: fatal: no 'a.o'\n"},
-        {[] { gen_fatal(0, "x"); }, 0, "objtrim: x\n"},
-        {[] { gen_assert(true, "a", "f", 1); }, child_returned, ""},
-        {[] { gen_assert(false, "a % b", "f", 12); }, 1,
-         "Assertion (a % b) failed in 'f' on line 12 in objtrim\n"},
-        {[] { gen_assert(false, "x", "f", 1, INT32_MIN); }, 1,
-         "Assertion [-2147483648] failed in 'f' on line 1 in objtrim\n"},
-        {[] { gen_assert_message(false, "bad %s", "%d"); }, 1, "objtrim: assertion: bad %d\n"},
-        {exhaust, 3, "objtrim: fatal: Out of memory (0xFFFFFFFFFFFFFFEF bytes requested)\n"},
-    });
-}
-
-TEST(genmessage, exit_again_from_a_handler_ends_at_once_and_frees_nothing) {
-    static char* kept;
-    auto const body = [] {
-        kept = gen_asprintf("%s", "still here, in a block of memory");
+    const auto print = [] { // a message is behind earlier output
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        printf("work, ");
+        gen_perror_exit(7, "x\n");
+    };
+    const auto leave = [] { // a second exit ends at once, and nothing is freed any more
+        static char* const kept = gen_asprintf("%s", "still here, in a block of memory");
         const gen_exit_handler first([] { fputs("the second handler", stderr); });
         const gen_exit_handler second([] {
             gen_free_slot(kept);
@@ -118,7 +83,37 @@ TEST(genmessage, exit_again_from_a_handler_ends_at_once_and_frees_nothing) {
         gen_exit_handler([] { fputs("gone before the end", stderr); });
         gen_exit(5);
     };
-    EXPECT_EQ(run_child(body), child_end(6, "still here, in a block of memory"));
+
+    const std::tuple<int, std::function<void()>, std::string> rows[] = {
+        {0, [] { gen_fatal(0, "x"); }, "objtrim: x\n"},
+        {1, [] { gen_assert(false, "a % b", "f", 12); },
+         "Assertion (a % b) failed in 'f' on line 12 in objtrim\n"},
+        {1, [] { gen_set_program_name(""), gen_assert(false, "x", "f", 1, INT32_MIN); },
+         "Assertion [-2147483648] failed in 'f' on line 1\n"},
+        {1, [] { gen_assert_message(false, "bad %s", "%d"); }, "objtrim: assertion: bad %d\n"},
+        {3, exhaust, "objtrim: fatal: Out of memory (0xFFFFFFFFFFFFFFEF bytes requested)\n"},
+        {7, print, "work, objtrim: fatal: x\n"},
+        {6, leave, "still here, in a block of memory"},
+    };
+    for (const auto& [status, body, text] : rows)
+        expect_end(body, status, text);
+}
+
+// What no file of a run can be large enough for.
+TEST(genmessage, numbers_that_do_not_fit_are_fatal) {
+    elf_access elf = {.elfbits = 32, .elf_byte_order = ELF_ORDER_BIG};
+    std::byte entry[8];
+    string_move full, middle = prepare_strings("abc", 4);
+    append_string(full, "", UINT32_MAX);
+    middle.old.size = UINT64_MAX;
+    middle.newstrsize = UINT32_MAX - 1;
+    expect_fatal({{[] { elf_index_in(0x10000); }, "Invalid section"},
+                  {[&] {
+                       elf_encode_rel(elf, entry, {0, 1ULL << 56});
+                   },
+                   "ELF file overflow"},
+                  {[&] { append_string(full, "", 1); }, "64-bit value truncated"},
+                  {[&] { move_string(middle, 2); }, "64-bit value truncated"}});
 }
 
 } // namespace

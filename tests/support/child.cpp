@@ -1,13 +1,49 @@
-// What is expected of children, and placed tests.
+// What is expected of pieces of code.
 #include "support/child.h"
 
+#include <cerrno>
+
+#include "shared/genmessage.h"
+
+namespace {
+
+void run_as_program(const std::function<void()>& body, std::string* gathered) {
+    gen_message_sink sink, &before = gen_sink();
+    sink.gathered = gathered;
+    gen_use_sink(sink);
+    gen_set_program_name("objtrim");
+    errno = 0;
+    body();
+    gen_use_sink(before);
+    gen_set_program_name("");
+}
+
+} // namespace
+
+std::string said_by(const std::function<void()>& body) {
+    std::string said;
+    run_as_program(body, &said);
+    return said;
+}
+
 void expect_text(const std::function<void()>& body, const std::string& text) {
-    EXPECT_EQ(run_child(body), child_end(child_returned, text));
+    EXPECT_EQ(said_by(body), text);
+}
+
+void expect_end(const std::function<void()>& body, int status, const std::string& text) {
+    const auto has_ended = [status](int end) {
+#ifndef _WIN32
+        end = WIFSIGNALED(end) ? 128 + WTERMSIG(end) : WEXITSTATUS(end);
+#endif
+        return end == status;
+    };
+    const testing::Matcher<const std::string&> matcher(text);
+    EXPECT_EXIT(run_as_program(body, nullptr), has_ended, matcher);
 }
 
 void expect_fatal(const std::vector<fatal_case>& cases) {
-    for (auto const& [body, text] : cases)
-        EXPECT_EQ(run_child(body), child_end(1, "objtrim: fatal: " + std::string(text) + "\n"));
+    for (const auto& [body, text] : cases)
+        expect_end(body, 1, "objtrim: fatal: " + text + "\n");
 }
 
 gen_stream_ptr placed_test::stream_of(const std::string& bytes, int64_t position) const {

@@ -1,5 +1,5 @@
-// Runs a piece of test code in a child, so that the end of a program can be looked at from
-// outside; gives a test a directory to work in, and a space for temporary things.
+// Pieces of test code of which the words or the end are looked at; and tests with a directory to
+// work in, and a space for temporary things.
 #pragma once
 
 #include <filesystem>
@@ -13,20 +13,16 @@
 #include "shared/gentemp.h"
 #include "support/runner.h"
 
-constexpr int child_returned = 200; // the status of a child whose body came to its end
-
-using child_end = std::pair<int, std::string>; // exit status, 128 + n for signal n; messages
-
-// Runs `body` in a child, with program name objtrim and error number 0. Its exit status, and all
-// that it wrote to standard error. On hosts that cannot fork the child is a second run of the test
-// as far as this call, in the same directories: a test must get there again by the same way.
-child_end run_child(const std::function<void()>& body);
-// Runs `body` in so many children at once, each with its number. It has to answer true in all.
-void expect_together(int children, const std::function<bool(int child)>& body);
-// The body returns, and has written the text.
+// The messages of a body, which has the program name objtrim, the error number 0, and a sink of its
+// own.
+std::string said_by(const std::function<void()>& body);
 void expect_text(const std::function<void()>& body, const std::string& text);
+// The body ends the program with the status, and has written the text. It runs in a child, a fork
+// or, on Windows, this program again: the test gets there by the same way, in the same directories.
+// 128 + n is what signal n gives.
+void expect_end(const std::function<void()>& body, int status, const std::string& text);
 // Each body ends with status 1 and the text as a fatal message.
-using fatal_case = std::pair<std::function<void()>, const char*>;
+using fatal_case = std::pair<std::function<void()>, std::string>;
 void expect_fatal(const std::vector<fatal_case>& cases);
 
 // A test whose current directory is new and empty.

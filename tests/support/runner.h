@@ -16,11 +16,11 @@ std::set<std::string> split_set(const std::string& line);
 
 // Limits for programs, and programs of the system to work with; Windows has none that fit.
 #ifdef _WIN32
-constexpr bool host_has_limits = false;
-constexpr bool host_has_tools = false;
+constexpr bool host_has_limits = false, host_has_tools = false;
+constexpr const char* null_device = "NUL";
 #else
-constexpr bool host_has_limits = true;
-constexpr bool host_has_tools = true;
+constexpr bool host_has_limits = true, host_has_tools = true;
+constexpr const char* null_device = "/dev/null";
 #endif
 
 struct run_limits {
@@ -30,24 +30,33 @@ struct run_limits {
 
 struct run_result {
     int status = -1; // exit status; 128 + n when signal n ended it
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
 struct file_state {
     std::string bytes;
-    uint64_t inode = 0;
+    uint64_t inode = 0;   // where the host has such numbers
     uint32_t mode = 0;    // permission bits
-    int64_t modified = 0; // nanoseconds
+    int64_t modified = 0; // in the host's units
 
     bool operator==(const file_state&) const = default;
 };
 
+// A file's bytes; none when it cannot be read.
+std::string read_file(const std::string& name);
+
+// The host's part of what follows. Standard output goes to a file beside the directory, so that
+// nobody has to read while a program runs.
+std::string make_work_directory();
+run_result run_program(const std::string& directory, const std::string& line,
+                       const run_limits& limits);
+run_result run_tool(const std::string& directory, const std::string& line);
+
 // The directory; removed with everything in it at the end.
 struct work_place {
-    std::string directory;
+    const std::string directory = make_work_directory();
 
-    work_place();
+    work_place() = default;
     ~work_place();
     work_place(const work_place&) = delete;
     work_place& operator=(const work_place&) = delete;
@@ -55,40 +64,23 @@ struct work_place {
     std::string path(const std::string& name) const { return directory + "/" + name; }
     // The file is dated in the past, so that any later change shows in its time.
     void put(const std::string& name, const std::string& bytes, uint32_t mode = 0644) const;
-    std::string get(const std::string& name) const;
+    std::string get(const std::string& name) const { return read_file(path(name)); }
     file_state state(const std::string& name) const;
     words list(const std::string& below = "") const; // sorted
 
     // Runs the built program on the words of a line, which the shell splits without looking for
-    // files. Names in it are relative to the directory.
+    // files. Names in it are relative to the directory. When the variable OBJTRIM_TEST_RECORD names
+    // a file, a line there says what went in and came out, so that hosts can be compared.
     run_result trim(const std::string& line, const run_limits& limits = {}) const;
     // Runs any program, looked for along PATH.
-    run_result command(const std::string& line) const;
+    run_result command(const std::string& line) const { return run_tool(directory, line); }
 };
 
 void set_variable(const char* name, const char* value);
-void limit_own_files(uint64_t size); // where the host has limits; longer writes then fail
 // False where a test can make no symbolic links.
 bool make_link(const std::string& target, const std::string& name);
-std::string test_program(); // the full name of the program that runs the tests
-
 // What the host makes of permission bits: on Windows there is only the owner's right to write.
 uint32_t host_mode(uint32_t mode);
-extern const char* const null_device;
-
-// A file's bytes; none when it cannot be read.
-std::string read_file(const std::string& name);
-
-// The host's part of the above. A program's output goes to files beside the directory, so that
-// nobody has to read while it runs.
-std::string make_work_directory();
-void remove_work_directory(const std::string& name);           // with all in it
-void set_mode_and_age(const std::string& file, uint32_t mode); // and dates it in the past
-file_state file_state_of(const std::string& file);             // without the bytes
-run_result run_program(const std::string& directory, const std::string& line,
-                       const run_limits& limits);
-run_result run_tool(const std::string& directory, const std::string& line);
-
 // Whether the build is an instrumented one, which takes memory of its own.
 inline bool is_sanitized_build() {
 #ifdef __SANITIZE_ADDRESS__

@@ -3,15 +3,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "support/process.h"
-
-const char* const null_device = "/dev/null";
 
 namespace {
 
@@ -28,10 +25,10 @@ std::vector<char*> pointers(words& list) {
 
 void limit(int resource, uint64_t most) {
     const rlimit bounds = {most, most};
-    setrlimit(static_cast<__rlimit_resource_t>(resource), &bounds);
+    if (most != 0)
+        setrlimit(static_cast<__rlimit_resource_t>(resource), &bounds);
 }
 
-// What is written to standard output goes to a file, so that nobody has to read while it runs.
 run_result run(const std::string& directory, const std::string& program, const words& arguments,
                const words& environment, const run_limits& limits) {
     const std::string out = directory + ".out";
@@ -39,12 +36,9 @@ run_result run(const std::string& directory, const std::string& program, const w
         umask(022);
         signal(SIGXFSZ, SIG_IGN); // a write that is too long fails
         dup2(creat(out.c_str(), 0600), STDOUT_FILENO);
-        if (limits.file_size != 0)
-            limit(RLIMIT_FSIZE, limits.file_size);
-        if (limits.memory != 0) {
-            limit(RLIMIT_DATA, limits.memory);
-            limit(RLIMIT_AS, limits.memory + program_size);
-        }
+        limit(RLIMIT_FSIZE, limits.file_size);
+        limit(RLIMIT_DATA, limits.memory);
+        limit(RLIMIT_AS, limits.memory != 0 ? limits.memory + program_size : 0);
     };
     process started = start(directory, program, arguments, environment, prepare);
     run_result result = end_of(started);
@@ -116,40 +110,4 @@ std::string make_work_directory() {
     if (mkdtemp(name) == nullptr)
         abort();
     return name;
-}
-
-void set_variable(const char* name, const char* value) {
-    setenv(name, value, 1);
-}
-
-void limit_own_files(uint64_t size) {
-    signal(SIGXFSZ, SIG_IGN);
-    limit(RLIMIT_FSIZE, size);
-}
-
-std::string test_program() {
-    return std::filesystem::read_symlink("/proc/self/exe");
-}
-
-void remove_work_directory(const std::string& name) {
-    std::error_code ignored;
-    std::filesystem::remove_all(name, ignored);
-}
-
-uint32_t host_mode(uint32_t mode) {
-    return mode;
-}
-
-void set_mode_and_age(const std::string& file, uint32_t mode) {
-    chmod(file.c_str(), mode);
-    const timespec past[2] = {{1000000000, 0}, {1000000000, 0}};
-    utimensat(AT_FDCWD, file.c_str(), past, 0);
-}
-
-file_state file_state_of(const std::string& file) {
-    struct stat status = {};
-    if (stat(file.c_str(), &status) != 0)
-        return {};
-    return {"", status.st_ino, status.st_mode & 07777,
-            status.st_mtim.tv_sec * 1000000000 + status.st_mtim.tv_nsec};
 }
