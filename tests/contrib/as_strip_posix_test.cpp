@@ -84,46 +84,36 @@ std::string what_is_left(const std::string& bytes) {
 }
 
 const char* const strip_rows = R"(
-> dynamic | c > -s static | c > --strip-unneeded dynamic | c > --strip-unneeded shared | c
-> --strip-all relocs | c > link | c | | dynamic > image.exe |
-> -g image.exe | = | symbols of a PE image go together; use --strip-all
-> -N a image.exe | = | a PE image takes none of -R, -K and -N > -g dynamic | cpsu > -S shared | cps
-> static -d -R .comment | psu | | static > -N plain dynamic | cdsu
-> -g -w -N 'pl*' -N 'unused*' static | cs > -K plain static | cps
-> --keep-symbol plain dynamic | = | loaded at run time would change
-> -K plain relocs | = | relocations would be lost
-> -N plain bare | = | loaded at run time would change
-> --remove-section=.comment --remove-section .note dynamic |
-> -R .text bare | = | section .text is loaded at run time and cannot be removed
-> -R '.note*' bare | = | section .note.gnu.build-id is loaded at run time
-> -R '.no?e' bare | = | -R .no?e: only a * at either end can be translated
-> -g -R .symtab bare | = | .symtab cannot be named
-> -K '*' bare | = | symbol *: without -w a * cannot be translated
-> -K a -N b bare | = | -K and -N do not go together > bare -N | = | option -N needs a value | bare
-> -x bare | = | option -x has no translation
-> -o out dynamic bare | = | with -o there can be only one file
-> appended | = | the data appended to it would be lost > -g cut | = | it ends before its contents do
-> -g triple.o | cps > --strip-unneeded triple.o | cps
-> -g -N factor triple.o | = | relocations would be lost
-> triple.o | = | cannot be linked; use --strip-debug
-> -g group.o | = | its section groups would not fit
-> -g groups.a | = | groups.a(group.o): its section groups would not fit
+> dynamic | c > -R .text bare | = | section .text is loaded at run time and cannot be removed
+> -s static | c > -R '.no?e' bare | = | -R .no?e: only a * at either end can be translated
+> --strip-unneeded dynamic | c > --keep-symbol plain dynamic | = | loaded at run time would change
+> --strip-unneeded shared | c > -K '*' bare | = | symbol *: without -w a * cannot be translated
+> --strip-all relocs | c > -R '.note*' bare | = | section .note.gnu.build-id is loaded at run time
+> link | c | | dynamic > -g image.exe | = | symbols of a PE image go together; use --strip-all
+> image.exe | > -g groups.a | = | groups.a(group.o): its section groups would not fit
+> -N a image.exe | = | a PE image takes none of -R, -K and -N > --strip-unneeded triple.o | cps
+> -g dynamic | cpsu > -po out dynamic -R .gnu.switches.text.lipo_info && mv out dynamic | c
+> -S shared | cps > -o out dynamic bare | = | with -o there can be only one file > -g triple.o | cps
+> static -d -R .comment | psu | | static > -g -N factor triple.o | = | relocations would be lost
+> -N plain dynamic | cdsu > -g app.c dynamic | cpsu | app.c: file format not recognized
+> -g -w -N 'pl*' -N 'unused*' static | cs > appended | = | the data appended to it would be lost
+> -K plain static | cps > --remove-section=.comment --remove-section .note dynamic |
+> -K plain relocs | = | relocations would be lost > -g -R .symtab bare | = | .symtab cannot be named
+> -N plain bare | = | loaded at run time would change > bare -N | = | option -N needs a value | bare
+> -K a -N b bare | = | -K and -N do not go together > -g cut | = | it ends before its contents do
+> -x bare | = | option -x has no translation > triple.o | = | cannot be linked; use --strip-debug
 > --strip-debug --remove-section=.comment --remove-section=.note -D -R '.gnu.lto_*' -R
-  '.gnu.debuglto_*' -N __gnu_lto_slim -N __gnu_lto_v1 archive.a |
-> -g app.c dynamic | cpsu | app.c: file format not recognized
-> -g missing dynamic | cpsu | missing: no such file > @arguments | | | blank name
-> -v -- --strip-debug | c
-> -po out dynamic -R .gnu.switches.text.lipo_info && mv out dynamic | c)";
+  '.gnu.debuglto_*' -N __gnu_lto_slim -N __gnu_lto_v1 archive.a | > @arguments | | | blank name
+> -g missing dynamic | cpsu | missing: no such file > -v -- --strip-debug | c)";
 
 // Each row under another shell, or in a long run under all.
 TEST(as_strip, takes_each_kind_of_file) {
     const strip_place place;
-    if (!place.missing("cc c++ ar").empty())
-        GTEST_SKIP() << "this machine lacks " << place.missing("cc c++ ar");
+    if (const std::string absent = place.missing("cc c++ ar dash bash busybox"); !absent.empty())
+        GTEST_SKIP() << "this machine lacks " << absent;
     ASSERT_EQ(place.sh(subjects).err, "");
     place.put("image.exe", build_pe({}).bytes);
-    words shells = {"dash", "bash", "busybox sh"};
-    std::erase_if(shells, [&](const std::string& shell) { return !place.missing(shell).empty(); });
+    const words shells = {"dash", "bash", "busybox sh"};
     const std::vector<words> rows = rows_of(strip_rows);
     for (size_t i = 0; i < rows.size() * (stress_factor() > 1 ? shells.size() : 1); ++i) {
         const words& row = rows[i % rows.size()];
@@ -144,8 +134,6 @@ TEST(as_strip, takes_each_kind_of_file) {
         EXPECT_EQ(after.modified != before.modified,
                   is_changed && row[0][0] != '@' && !row[0].starts_with("-p"));
     }
-    if (shells.size() < 3)
-        GTEST_SKIP() << "this machine has only some of the shells";
 }
 
 // The tools that call the wrapper, as they are on this machine. Each installs a program, and may
@@ -157,23 +145,10 @@ printf 'cmake_minimum_required(VERSION 3.20)\nproject(app C)\n' >CMakeLists.txt
 printf 'add_executable(app app.c triple_library.c)\ninstall(TARGETS app)\n' >>CMakeLists.txt
 cmake -S . -B b -DCMAKE_BUILD_TYPE=Debug -DCMAKE_STRIP="$STRIP" && cmake --build b
 DESTDIR=$PWD/dest cmake --install b --strip)"},
-    {"meson", "c", "meson ninja", R"(
-printf "project('app', 'c')\nexecutable('app', 'app.c', 'triple_library.c', install: true)\n" \
-    >meson.build
-printf "[binaries]\nc = 'cc'\nstrip = '%s'\n" "$STRIP" >machine.ini
-meson setup --native-file machine.ini --buildtype debug b
-meson install -C b --strip --destdir "$PWD/dest")"},
     {"install", "c", "install", R"(
 cc -g app.c triple_library.c -o app && install -D -s --strip-program="$STRIP" app dest/bin/app)"},
-    {"automake", "c", "automake autoreconf make", R"(
-printf 'AC_INIT([app], [1])\nAM_INIT_AUTOMAKE([foreign])\nAC_PROG_CC\n' >configure.ac
-printf 'AC_CONFIG_FILES([Makefile])\nAC_OUTPUT\n' >>configure.ac
-printf 'bin_PROGRAMS = app\napp_SOURCES = app.c triple_library.c\n' >Makefile.am
-autoreconf -i && ./configure STRIP="$STRIP" && make && make install-strip DESTDIR="$PWD/dest")"},
     {"dh_strip", "", "dh_strip objcopy", R"(
 mkdir -p debian/app/usr/bin debian/app/usr/lib
-printf 'app (1) stable; urgency=low\n\n  * New.\n\n -- A <a@example.org>  %s\n' \
-    'Mon, 01 Jan 2024 00:00:00 +0000' >debian/changelog
 printf '%s\n' 'Source: app' 'Maintainer: A <a@example.org>' \
     'Build-Depends: debhelper-compat (= 13)' '' 'Package: app' 'Architecture: any' >debian/control
 cd debian/app/usr && cc -g -shared -fPIC -Wl,--build-id $OLDPWD/triple_library.c -o lib/libtriple.so
