@@ -108,7 +108,7 @@ struct fault_scene {
     // The outcome is allowed, and a later run goes well in spite of what is in the scratch
     // directory. A kind that is a number is that of a signal.
     void expect_rule(const run_result& result, const std::string& kind, const std::string& fault) {
-        const std::string where = line + ", " + fault + ": " + result.err.substr(0, 200);
+        const std::string where = " by " + line + ", " + fault + ": " + result.err.substr(0, 200);
         const bool is_own = line.starts_with(struck);
         const auto says = [&](const char* text) {
             return result.err.find(text) != std::string::npos;
@@ -117,10 +117,10 @@ struct fault_scene {
         EXPECT_TRUE(is_own && signal != 0        ? status == 128 + signal
                     : is_own && kind == "memory" ? status == out_of_memory
                                                  : status == 0 || status == 1)
-            << "ended with " << status << where;
+            << "status " << status << where;
         EXPECT_FALSE(says("Sanitizer") || says("runtime error")) << where;
         EXPECT_TRUE(signal != 0 || (status != 0) == (says("error: ") || says("fatal: ")))
-            << "silent, or not, with " << status << where;
+            << "what is said does not fit status " << status << where;
         for (const auto& [name, complete] : after)
             EXPECT_TRUE(is_allowed(name, kind, status)) << name << " with " << status << where;
         // Where no directory for scratch files can be found, it is this one.
@@ -132,9 +132,9 @@ struct fault_scene {
                 << "left: " << name << where;
         if (scratch->list().empty())
             return;
-        EXPECT_EQ(run().status, 0) << "later than " << where;
-        EXPECT_TRUE(place->get(target) == after[target]) << "later than " << where;
-        EXPECT_EQ(scratch->list(), words()) << "later than " << where;
+        EXPECT_EQ(run().status, 0) << "a later run" << where;
+        EXPECT_TRUE(place->get(target) == after[target]) << "a later run" << where;
+        EXPECT_EQ(scratch->list(), words()) << "a later run" << where;
         empty(*scratch);
     }
 
