@@ -5,7 +5,7 @@
 //                  is any kind but memory. Modes: once; from, and all calls of the kind after it;
 //                  short, where a transfer moves one byte only; again, where it is interrupted; or
 //                  the number of a signal, which the program gets instead.
-//   OBJTRIM_COUNT  a file to which the calls of a run are appended: "program kind count" lines
+//                  The kind "count" asks for a file "count" of how many calls there were of each.
 //
 // Time passes only while the program sleeps, so that nobody has to wait for its timeouts.
 #include <cerrno>
@@ -29,7 +29,7 @@ constexpr size_t kind_count = sizeof kinds / sizeof kinds[0], host = kind_count 
 
 unsigned wanted_call, counts[kind_count];
 char wanted_kind[16], wanted_mode[8];
-time_t slept;
+long slept; // nanoseconds
 
 __attribute__((constructor)) void read_wish() {
     const char* const wish = getenv("OBJTRIM_FAULT");
@@ -77,40 +77,32 @@ bool fails(const char* name) {
 
 extern "C" {
 int __real_close(int descriptor);
-int __wrap_close(int descriptor);
-int __wrap_nanosleep(const timespec* rest, timespec* left);
-time_t __wrap_time(time_t* result);
 time_t __real_time(time_t* result);
-}
 
 // As on file systems that tell only now that a write has failed: what was written is not there.
 int __wrap_close(int descriptor) {
     const bool failing = fails("close");
-    if (failing && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY &&
-        ftruncate(descriptor, 1)) {
-    }
+    if (failing && (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY)
+        (void)!ftruncate(descriptor, 1);
     const int result = __real_close(descriptor);
-    if (failing)
-        errno = EDQUOT;
+    errno = failing ? EDQUOT : errno;
     return failing ? -1 : result;
 }
 
 int __wrap_nanosleep(const timespec* rest, timespec*) {
-    static long nanoseconds;
-    nanoseconds += rest->tv_nsec;
-    slept += rest->tv_sec + nanoseconds / 1000000000;
-    nanoseconds %= 1000000000;
+    slept += rest->tv_sec * 1000000000 + rest->tv_nsec;
     return 0;
 }
 
 time_t __wrap_time(time_t* result) {
-    return __real_time(result) + slept;
+    return __real_time(result) + slept / 1000000000;
+}
 }
 
 __attribute__((destructor)) static void tell_counts() {
-    const char* const name = getenv("OBJTRIM_COUNT");
-    const long file =
-        name ? __real_open(long(name), O_WRONLY | O_CREAT | O_APPEND, 0600, 0, 0, 0) : -1;
-    for (size_t i = 0; file >= 0 && i < kind_count; ++i)
-        dprintf(int(file), "%s %s %u\n", program_invocation_short_name, kinds[i], counts[i]);
+    if (strcmp(wanted_kind, "count") != 0)
+        return;
+    const long file = __real_open(long("count"), O_WRONLY | O_CREAT | O_TRUNC, 0600, 0, 0, 0);
+    for (size_t i = 0; i < kind_count; ++i)
+        dprintf(int(file), "%s %u\n", kinds[i], counts[i]);
 }
