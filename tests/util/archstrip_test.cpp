@@ -79,7 +79,7 @@ TEST_F(library, members_are_stripped_and_put_back) {
 // Whose name is one that no shell may see.
 TEST_F(library, of_this_machines_tools_links_as_before) {
     const std::string make = R"(for name in one two a_member_of_a_long_name; do
-echo "static __attribute__((used)) int dropped; int $name(void) { return sizeof \"$name\"; }" >$name.c
+echo "__attribute__((used)) static int dropped; int $name() { return sizeof \"$name\"; }" >$name.c
 done; echo 'int one(void), two(void), a_member_of_a_long_name(void);
 int main(void) { return one() + 4 * two() + a_member_of_a_long_name(); }' >main.c
 gcc -g -c *.c && rm -f 'a;$b.a' && $ar qc 'a;$b.a' one.o a_member*.o two.o two.o)";
