@@ -16,8 +16,6 @@ struct ar_draft {
     std::string next = {}; // AIX: where the next member is; empty: behind this one
 };
 
-// Header, data and padding. Where it will be counts for AIX only.
-std::string build_ar_member(obj_kind kind, const ar_draft& draft, size_t at = 0);
 // The member table of an AIX archive would begin at its end.
 std::string build_archive(obj_kind kind, const std::vector<ar_draft>& drafts);
 

@@ -2,7 +2,6 @@
 // afterwards any field can be set to anything.
 #pragma once
 
-#include <functional>
 #include <utility>
 
 #include "support/elf_builder.h"
@@ -33,19 +32,3 @@ struct built_file {
 };
 built_file build_coff(const coff_draft& draft);
 built_file build_pe(const pe_draft& draft);
-
-// Strips a file and tells what is said: it must stay the same file, with nothing beside it, and
-// untouched when the bytes expected are those that it has.
-void expect_result(const std::string& bytes, const std::string& said, const std::string& expected,
-                   const std::string& options = "");
-
-// Numbers that are each put into a file, what is then said, and whether the file is stripped.
-struct wrong_numbers {
-    std::string said;
-    size_t at, width;
-    std::vector<size_t> values;
-    bool goes_on = false;
-};
-void expect_results(const std::string& bytes, const std::vector<wrong_numbers>& groups,
-                    const std::function<std::string(std::string bytes)>& stripped,
-                    const std::string& options = "");

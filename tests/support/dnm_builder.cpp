@@ -11,10 +11,9 @@ namespace {
 // Fields in file order: name, kind, first version, sample. Kinds: a digit for a fixed integer of so
 // many bytes; a(ddress), d(istance from the field before), f(lags), i (signed number),
 // l(ong number), n(umber), o(ffset), s(tring), v (signed varint).
-const char* const prologue_rows =
+const char* const head_rows =
     "magic 4 0 2135904854 prologue 4 0 1 kind 4 0 3 compressed 4 0 1 encoding 1 0 4 "
-    "descriptors 1 0 0 level 1 0 2 reserved 1 0 0 version 4 0 43 ";
-const char* const header_rows =
+    "descriptors 1 0 0 level 1 0 2 reserved 1 0 0 version 4 0 43 "
     "string1 s 16 1627389952 string2 s 20 1644167168 string3 s 16 1660944384 string4 s 21 0 "
     "mode 1 0 4 endian 1 0 1 abc 3 0 66051 d 1 16 13 addressA a 0 4660 addressB a 13 -1 e 1 19 14 "
     "format 1 19 3 type 1 19 2 f 1 19 15 ghij 4 25 67438087 text 1 25 2 data 1 32 32 "
@@ -27,20 +26,14 @@ const char* const section_rows =
     "number v 0 -77 kind 1 0 42 index1 i 24 -1 index2 i 24 5 index3 i 30 7000 flags f 0 255 "
     "second_offset o 34 1024 word 4 34 4059231220 ";
 
-struct row {
+// Those that exist in a version.
+void for_each_row(const char* rows, int64_t version, const auto& visit) {
+    std::istringstream words(rows);
     std::string name;
     char kind = 0;
-    int version = 0;
-    int64_t sample = 0;
-};
-
-std::vector<row> rows_of(const char* text, int64_t version) {
-    std::istringstream words(text);
-    std::vector<row> rows;
-    for (row r; words >> r.name >> r.kind >> r.version >> r.sample;)
-        if (version >= r.version)
-            rows.push_back(r);
-    return rows;
+    for (int64_t first = 0, sample = 0; words >> name >> kind >> first >> sample;)
+        if (version >= first)
+            visit(name, kind, sample);
 }
 
 // With the codings of what is not a fixed integer.
@@ -75,12 +68,12 @@ struct encoder : field_writer {
     }
     void record(const char* rows, dnm_fields values) {
         int64_t before = 0;
-        for (const row& r : rows_of(rows, version))
-            field(r.kind, values[r.name], std::exchange(before, values[r.name]));
+        for_each_row(rows, version, [&](const std::string& name, char kind, int64_t) {
+            field(kind, values[name], std::exchange(before, values[name]));
+        });
     }
     void head(dnm_file file) {
-        record(prologue_rows, file.head);
-        record(header_rows, file.head);
+        record(head_rows, file.head);
         for (int64_t i = 0; i < file.head["tables"]; ++i)
             fixed(file.offsets[i], version >= 40 ? 8 : 4);
         for (int64_t i = 0; i < file.head["tables"]; ++i)
@@ -90,16 +83,16 @@ struct encoder : field_writer {
 
 dnm_fields samples(const char* rows, int version, int64_t divisor = 1) {
     dnm_fields values;
-    for (const row& r : rows_of(rows, version))
-        values[r.name] = r.sample / divisor;
+    for_each_row(rows, version, [&](const std::string& name, char, int64_t sample) {
+        values[name] = sample / divisor;
+    });
     return values;
 }
 
 } // namespace
 
 dnm_file sample_dnm(int version, bool filled, int mode, bool compressed) {
-    dnm_file file = {samples(prologue_rows, version)};
-    file.head.merge(samples(header_rows, version));
+    dnm_file file = {samples(head_rows, version)};
     file.head["version"] = version;
     file.head["compressed"] = compressed;
     file.head["encoding"] = file.head["mode"] = mode;
