@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "support/coff_builder.h"
-#include "support/process.h"
+#include "support/runner.h"
 #include "support/table.h"
 
 namespace {

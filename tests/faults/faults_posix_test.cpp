@@ -21,7 +21,7 @@
 #include "support/child.h"
 #include "support/coff_builder.h"
 #include "support/dnm_builder.h"
-#include "support/process.h"
+#include "support/runner.h"
 #include "support/symbol_builder.h"
 
 namespace {

@@ -31,17 +31,11 @@ void expect_text(const std::function<void()>& body, const std::string& text) {
 }
 
 void expect_end(const std::function<void()>& body, int status, const std::string& text) {
-    const auto has_ended = [status](int end) {
-#ifndef _WIN32
-        end = WIFSIGNALED(end) ? 128 + WTERMSIG(end) : WEXITSTATUS(end);
-#endif
-        return end == status;
-    };
-    const testing::Matcher<const std::string&> matcher(text);
-    EXPECT_EXIT(run_as_program(body, nullptr), has_ended, matcher);
+    EXPECT_EXIT(run_as_program(body, nullptr), testing::ExitedWithCode(status),
+                testing::Matcher<const std::string&>(text));
 }
 
-void expect_fatal(const std::vector<fatal_case>& cases) {
+void expect_fatal(const std::vector<std::pair<std::function<void()>, std::string>>& cases) {
     for (const auto& [body, text] : cases)
         expect_end(body, 1, "objtrim: fatal: " + text + "\n");
 }

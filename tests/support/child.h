@@ -3,11 +3,7 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "shared/genfile.h"
 #include "shared/gentemp.h"
@@ -19,11 +15,9 @@ std::string said_by(const std::function<void()>& body);
 void expect_text(const std::function<void()>& body, const std::string& text);
 // The body ends the program with the status, and has written the text. It runs in a child, a fork
 // or, on Windows, this program again: the test gets there by the same way, in the same directories.
-// 128 + n is what signal n gives.
 void expect_end(const std::function<void()>& body, int status, const std::string& text);
 // Each body ends with status 1 and the text as a fatal message.
-using fatal_case = std::pair<std::function<void()>, std::string>;
-void expect_fatal(const std::vector<fatal_case>& cases);
+void expect_fatal(const std::vector<std::pair<std::function<void()>, std::string>>& cases);
 
 // A test whose current directory is new and empty.
 struct placed_test : testing::Test {

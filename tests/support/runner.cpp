@@ -2,22 +2,19 @@
 #include "support/runner.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <list>
 #include <numeric>
 #include <regex>
 #include <sstream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr uint64_t largest_read = 64u << 20; // of larger files the size has to do
 
 // Process id and counter are different in each run, and the separator before a temporary name is
 // the host's.
@@ -31,17 +28,13 @@ std::string contents_of(const std::string& directory) {
     std::set<std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(directory))
         if (entry.is_regular_file() && !entry.is_symlink()) {
-            const uint64_t size = entry.file_size();
-            files.insert(without_temporary_names(
-                             entry.path().lexically_relative(directory).generic_string()) +
-                         "=" +
-                         std::to_string(size > largest_read ? size
-                                                            : std::hash<std::string>()(read_file(
-                                                                  entry.path().string()))));
+            const std::string name = entry.path().lexically_relative(directory).generic_string();
+            const bool is_large = entry.file_size() > 64u << 20; // its size has to do
+            const std::string bytes = is_large ? "" : read_file(entry.path().string());
+            files.insert(" " + without_temporary_names(name) + "=" +
+                         std::to_string(entry.file_size() ^ std::hash<std::string>()(bytes)));
         }
-    return std::accumulate(
-        files.begin(), files.end(), std::string(),
-        [](std::string all, const std::string& file) { return all + " " + file; });
+    return std::accumulate(files.begin(), files.end(), std::string());
 }
 
 } // namespace
@@ -68,15 +61,31 @@ uint32_t host_mode(uint32_t mode) {
 
 words split(const std::string& line) {
     std::istringstream text(line);
-    words result;
-    for (std::string word; text >> word;)
-        result.push_back(word == "''" ? "" : word);
+    words result(std::istream_iterator<std::string>(text), {});
+    std::ranges::replace(result, "''", "");
     return result;
 }
 
 std::set<std::string> split_set(const std::string& line) {
     const words list = split(line);
     return {list.begin(), list.end()};
+}
+
+std::string make_work_directory() {
+    const char* const parent_variable = "OBJTRIM_TEST_PARENT";
+    static const bool is_child = getenv(parent_variable) != nullptr;
+    static int count;
+    static const testing::TestInfo* of;
+    const testing::TestInfo* const test = testing::UnitTest::GetInstance()->current_test_info();
+    count = std::exchange(of, test) == test ? count + 1 : 1;
+    if (!is_child)
+        set_variable(parent_variable, std::to_string(getpid()).c_str());
+    const std::string name = std::string(getenv(parent_variable)) + "_" + std::to_string(count);
+    const fs::path directory = fs::temp_directory_path() / ("objtrim_test_" + name);
+    if (!is_child)
+        fs::remove_all(directory);
+    fs::create_directory(directory);
+    return directory.string();
 }
 
 work_place::~work_place() {
@@ -100,32 +109,29 @@ void work_place::put(const std::string& name, const std::string& bytes, uint32_t
 }
 
 file_state work_place::state(const std::string& name) const {
-    std::error_code ignored;
     struct stat found = {};
     if (stat(path(name).c_str(), &found) != 0)
         return {};
     return {fs::is_regular_file(path(name)) ? get(name) : "", found.st_ino,
-            host_mode(found.st_mode & 07777),
-            fs::last_write_time(path(name), ignored).time_since_epoch().count()};
+            host_mode(found.st_mode & 07777), found.st_mtime};
 }
 
 words work_place::list(const std::string& below) const {
-    words names;
+    std::set<std::string> names;
     for (const auto& entry : fs::directory_iterator(path(below)))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
+        names.insert(entry.path().filename().string());
+    return {names.begin(), names.end()};
 }
 
 run_result work_place::trim(const std::string& line, const run_limits& limits) const {
     const bool limited = limits.file_size != 0 || limits.memory != 0;
     const char* const record = limited ? nullptr : getenv("OBJTRIM_TEST_RECORD");
-    const std::string before = record != nullptr ? contents_of(directory) : "";
+    const std::string before = record ? contents_of(directory) : "";
     const run_result result = run_program(directory, line, limits);
-    if (record != nullptr) {
+    if (record) {
         const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
         std::string said = without_temporary_names(result.out + result.err);
-        std::replace(said.begin(), said.end(), '\n', '|');
+        std::ranges::replace(said, '\n', '|');
         std::ofstream(record, std::ios::app | std::ios::binary)
             << test.test_suite_name() << '.' << test.name() << " [" << line << "] on" << before
             << " gives " << result.status << contents_of(directory) << " and says " << said << "\n";

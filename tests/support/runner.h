@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -17,10 +18,8 @@ std::set<std::string> split_set(const std::string& line);
 // Limits for programs, and programs of the system to work with; Windows has none that fit.
 #ifdef _WIN32
 constexpr bool host_has_limits = false, host_has_tools = false;
-constexpr const char* null_device = "NUL";
 #else
 constexpr bool host_has_limits = true, host_has_tools = true;
-constexpr const char* null_device = "/dev/null";
 #endif
 
 struct run_limits {
@@ -37,7 +36,7 @@ struct file_state {
     std::string bytes;
     uint64_t inode = 0;   // where the host has such numbers
     uint32_t mode = 0;    // permission bits
-    int64_t modified = 0; // in the host's units
+    int64_t modified = 0; // seconds since 1970
 
     bool operator==(const file_state&) const = default;
 };
@@ -45,9 +44,11 @@ struct file_state {
 // A file's bytes; none when it cannot be read.
 std::string read_file(const std::string& name);
 
+// Numbered within a test: where the child of one is this program again, it comes the same way, and
+// works in the same ones.
+std::string make_work_directory();
 // The host's part of what follows. Standard output goes to a file beside the directory, so that
 // nobody has to read while a program runs.
-std::string make_work_directory();
 run_result run_program(const std::string& directory, const std::string& line,
                        const run_limits& limits);
 run_result run_tool(const std::string& directory, const std::string& line);
@@ -59,7 +60,6 @@ struct work_place {
     work_place() = default;
     ~work_place();
     work_place(const work_place&) = delete;
-    work_place& operator=(const work_place&) = delete;
 
     std::string path(const std::string& name) const { return directory + "/" + name; }
     // The file is dated in the past, so that any later change shows in its time.
@@ -75,6 +75,24 @@ struct work_place {
     // Runs any program, looked for along PATH.
     run_result command(const std::string& line) const { return run_tool(directory, line); }
 };
+
+// Programs started directly, without a shell: quick, many at once, and open to signals. Not on
+// Windows.
+struct process {
+    int id = -1;
+    int errors = -1; // the end of a pipe that takes what it writes to standard error
+};
+
+// In the directory, with these settings as its whole environment. `prepare` is called in
+// the child before the program. A program that hangs is ended by SIGALRM.
+process start(const std::string& directory, const std::string& program, const words& arguments,
+              const words& environment = {}, const std::function<void()>& prepare = nullptr);
+// Waits for it, and for those to whom it left its standard error.
+run_result end_of(process& started);
+
+// Tests that go through many moments or sizes go through more of them in a long run, which the
+// variable OBJTRIM_STRESS asks for with the factor.
+int stress_factor();
 
 void set_variable(const char* name, const char* value);
 // False where a test can make no symbolic links.

@@ -1,19 +1,14 @@
 // The runner on POSIX systems, by the host's own calls, so that the code under test does not look
 // at itself.
-#include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/process.h"
+#include "support/runner.h"
 
 namespace {
-
-constexpr unsigned most_seconds = 120;
-constexpr uint64_t program_size = 48u << 20;
 
 std::vector<char*> pointers(words& list) {
     std::vector<char*> result;
@@ -23,27 +18,20 @@ std::vector<char*> pointers(words& list) {
     return result;
 }
 
-void limit(int resource, uint64_t most) {
-    const rlimit bounds = {most, most};
-    if (most != 0)
-        setrlimit(static_cast<__rlimit_resource_t>(resource), &bounds);
-}
-
 run_result run(const std::string& directory, const std::string& program, const words& arguments,
                const words& environment, const run_limits& limits) {
     const std::string out = directory + ".out";
     const auto prepare = [&] {
         umask(022);
-        signal(SIGXFSZ, SIG_IGN); // a write that is too long fails
         dup2(creat(out.c_str(), 0600), STDOUT_FILENO);
-        limit(RLIMIT_FSIZE, limits.file_size);
-        limit(RLIMIT_DATA, limits.memory);
-        limit(RLIMIT_AS, limits.memory != 0 ? limits.memory + program_size : 0);
+        for (const auto& [resource, most] :
+             {std::pair(RLIMIT_FSIZE, limits.file_size), {RLIMIT_DATA, limits.memory}})
+            if (const rlimit bounds = {most, most}; most != 0)
+                setrlimit(resource, &bounds);
     };
     process started = start(directory, program, arguments, environment, prepare);
-    run_result result = end_of(started);
-    result.out = read_file(out);
-    return result;
+    const auto [status, nothing, err] = end_of(started);
+    return {status, read_file(out), err};
 }
 
 } // namespace
@@ -58,16 +46,14 @@ process start(const std::string& directory, const std::string& program, const wo
     const std::vector<char*> line_pointers = pointers(line), setting_pointers = pointers(settings);
     process started;
     int ends[2] = {-1, -1};
-    if (pipe2(ends, O_CLOEXEC) != 0)
-        return started;
-    started.errors = ends[0];
-    started.id = fork();
+    if (pipe2(ends, O_CLOEXEC) == 0)
+        started = {fork(), ends[0]};
     if (started.id != 0) {
         close(ends[1]);
         return started;
     }
-    alarm(most_seconds);
-    const int nothing = open(null_device, O_RDWR);
+    alarm(120);
+    const int nothing = open("/dev/null", O_RDWR);
     dup2(nothing, STDIN_FILENO);
     dup2(nothing, STDOUT_FILENO);
     dup2(ends[1], STDERR_FILENO);
@@ -103,11 +89,4 @@ run_result run_program(const std::string& directory, const std::string& line,
 
 run_result run_tool(const std::string& directory, const std::string& line) {
     return run(directory, "/bin/sh", {"-c", line}, {std::string("PATH=") + getenv("PATH")}, {});
-}
-
-std::string make_work_directory() {
-    char name[] = "/tmp/objtrim_test_XXXXXX";
-    if (mkdtemp(name) == nullptr)
-        abort();
-    return name;
 }
