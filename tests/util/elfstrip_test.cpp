@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
+#include <regex>
 
 #include "support/symbol_builder.h"
 #include "support/table.h"
@@ -9,28 +10,26 @@
 namespace {
 
 TEST(elfstrip, options_decide_which_sections_go) {
-    const std::string lines = ".debug_line .rel.line ", tools = ".linfix .rominfo ";
-    const std::string debug = ".debug_info .rela.debug_info .stab " + lines;
-    const std::string unallocated = debug + tools +
-                                    "'' .comment .debug_types .foo.a .foo* .rel .rela.foo.b .reloc "
-                                    ".empty .custom4 .custom5 .custom9 .rela.text ";
-    const std::pair<const char*, std::string> cases[] = {
-        {"-wildcards_in_secnames", debug + tools + ".strtab"},
-        {"-a -stripreloc", unallocated},
-        {"--strip-orv-debug --remove-section=.stab", tools + ".stab"},
-        {"-r=.data -r=.debug_frame -r=.shstrtab -r=.COMMENT -r=.commen -r=.rela.foo.b", ""},
-        {"-r=.foo.b -r=oc -r=.text", ".rela.foo.b .reloc .rela.text"}, // by what they apply to
-        {"-r= -r=.foo*", "'' .rel .foo*"},
-        {"-r=.f* -r=*o -wildcards_in_secnames",
-         ".foo.a .foo* .rela.foo.b .debug_info .rela.debug_info .rominfo"},
-        {"-r=*debug* -r=.c*t -wildcards_in_secnames",
-         ".debug_info .rela.debug_info .debug_line .debug_types"},
-        {"-r=** -wildcards_in_secnames", unallocated + ".strtab"},
-    };
+    std::string rows = R"(
+> -wildcards_in_secnames | TOOLS DEBUG .strtab > -r= -r=.foo* | '' .rel .foo*
+> -a -stripreloc | ALL > -r=** -wildcards_in_secnames | ALL .strtab
+> --strip-orv-debug --remove-section=.stab | TOOLS .stab
+> -r=.data -r=.debug_frame -r=.shstrtab -r=.COMMENT -r=.commen -r=.rela.foo.b |
+> -r=.foo.b -r=oc -r=.text | .rela.foo.b .reloc .rela.text
+> -r=.f* -r=*o -wildcards_in_secnames
+| .foo.a .foo* .rela.foo.b .debug_info .rela.debug_info .rominfo
+> -r=*debug* -r=.c*t -wildcards_in_secnames
+| .debug_info .rela.debug_info .debug_line .debug_types)";
+    for (const auto& [list, names] :
+         {std::pair("ALL", "TOOLS DEBUG '' .comment .debug_types .foo.a .foo* .rel .rela.foo.b "
+                           ".reloc .empty .custom4 .custom9 .rela.text"),
+          {"DEBUG", ".debug_info .rela.debug_info .stab .debug_line .rel.line"},
+          {"TOOLS", ".linfix .rominfo"}})
+        rows = std::regex_replace(rows, std::regex(list), names);
     for (const elf_form& form : elf_forms)
-        for (const auto& [options, removed] : cases)
-            EXPECT_EQ(trim_draft(options, sample_draft(form, false), split_set(removed)), "")
-                << form.name << " " << options;
+        for (const words& row : rows_of(rows))
+            EXPECT_EQ(trim_draft(row[0], sample_draft(form, false), split_set(row[1])), "")
+                << form.name << " " << row[0];
 }
 
 // Each with its relocations; one letter more or less makes another name.
@@ -93,10 +92,9 @@ TEST(elfstrip, data_of_any_size_nowhere_or_twice) {
                                       .content = filler(size, size + gap),
                                       .gap = gap * 2});
     draft.sections.push_back({.name = ".comment", .content = filler(48 << 20, 1)});
-    const bool is_limited = host_has_limits && !is_sanitized_build();
-    EXPECT_EQ(trim_draft("", draft, split_set(".debug_str .stab .debug_info .debug_loc"),
-                         {.memory = is_limited ? 16u << 20 : 0u}),
-              "");
+    const uint64_t limit = host_has_limits && !is_sanitized_build() ? 16 << 20 : 0;
+    const std::set<std::string> removed = {".debug_str", ".stab", ".debug_info", ".debug_loc"};
+    EXPECT_EQ(trim_draft("", draft, removed, {.memory = limit}), "");
 }
 
 TEST(elfstrip, extended_numbering_on_both_sides_of_its_limit) {

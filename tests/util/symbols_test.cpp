@@ -9,14 +9,13 @@ namespace {
 
 TEST(symbols, options_lists_and_removed_sections_decide) {
     check_strips(R"(
--x -wl=x | '' lS .line; x gF .line; '' lS; src.c lf ABS; l lF .text 4 8; '' lN .data 3; main;
-           buf gC COM 4 64; weak wO .data 8 1; undef gN ''; abs gN ABS 5 0 2
-         | '' lS; src.c lf ABS; l lF .text 4 8; '' lN .data 3; main;
-           buf gC COM 4 64; weak wO .data 8 1; undef gN ''; abs gN ABS 5 0 2 |
--s -wl=x | '' lS .line; x gF .line; '' wS .data 1; src.c lf ABS; l lF .text 4; main;
-           buf gC COM; undef gN ''; abs gN ABS | '' wS .data 1 |
--s -wl=main -wl=*.c -wl=abs -wl=no | src.c lf ABS; c lf ABS; f lF; main; abs gN ABS
-         | src.c lf ABS; main; abs gN ABS |
+-x -wl=x | '' lS .line; x gF .line; '' lS; s.c lf ABS; l lF .text 4 8; '' lN .data 3; b gC COM 4 64;
+           weak wO .data 8 1; undef gN ''; abs gN ABS 5 0 2
+         | '' lS; s.c lf ABS; l lF .text 4 8; '' lN .data 3; b gC COM 4 64; weak wO .data 8 1;
+           undef gN ''; abs gN ABS 5 0 2 |
+-s -wl=x | '' lS .line; x gF .line; '' wS .data 1; s.c lf ABS; l lF; main; buf gC COM; undef gN '';
+           abs gN ABS | '' wS .data 1 |
+-s -wl=main -wl=*.c -wl=abs | s.c lf; c lf; f lF; main; abs gN ABS | s.c lf; main; abs gN ABS |
 -l -r=.text | a; b gF .line; c gF .debug_info | a; c gF .debug_info |
 -l -bl=ma* -wl=main | main; mangle; ma; m; mma; xma; '' gS .line; '' gS
          | main; m; mma; xma; '' gS |
@@ -24,9 +23,8 @@ TEST(symbols, options_lists_and_removed_sections_decide) {
          | x; ax; xa; aya; y; z*z; zaz; X; ''; '' gS | xa; y; zaz; X; '' gS |
 -r=.none -bl=* -wl=b | a; b; s.c lf ABS; '' lS .data | b; '' lS .data |
 --strip-orv-debug | a..b lO; .. lO .data; a.b gO; ..x; x.. lN ABS | a.b gO |
---idll   | _init; _fini; _ctors gO .data; __call_dtors__Fv; _init2; ..orv.intsharedlib7 gO .data;
-           ..orv.intshared gO .data
-         | _init; _fini; _ctors gO .data; __call_dtors__Fv; ..orv.intsharedlib7 gO .data |
+--idll   | _init; _fini; _ctors gO; __call_dtors__Fv; _init2; ..orv.intsharedlib7; ..orv.intshared
+         | _init; _fini; _ctors gO; __call_dtors__Fv; ..orv.intsharedlib7 |
 -r=.none -bl=none | a lF; b gF .line; @.rela.text 1 1 b | ! |
 -r=.none -bl=a -wl=** | a lF; b gF .line | ! |
 -r=.none -stripreloc | a lF; b gF .line | ! |
