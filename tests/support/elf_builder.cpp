@@ -17,7 +17,7 @@ namespace {
     { #name, __VA_ARGS__ }
 constexpr struct {
     const char* name;
-    uint8_t offset32, width32, offset64, width64;
+    size_t in32, in64;
 } field_places[] = {ELF_FIELDS(ELF_FIELD_PLACE)};
 
 elf_form form_of(const std::string& file) {
@@ -27,9 +27,8 @@ elf_form form_of(const std::string& file) {
 // Where a field of the entry at `offset` is in these bytes, and its width; 0 if it is not inside.
 std::pair<size_t, size_t> place_of(const std::string& bytes, const elf_form& form, field which,
                                    uint64_t offset) {
-    const auto [name, at32, width32, at64, width64] = field_places[static_cast<size_t>(which)];
-    const size_t at = offset + (form.is_64() ? at64 : at32);
-    const size_t width = form.is_64() ? width64 : width32;
+    const auto& [name, in32, in64] = field_places[static_cast<size_t>(which)];
+    const size_t place = form.is_64() ? in64 : in32, at = offset + place / 10, width = place % 10;
     return {at, at <= bytes.size() && width <= bytes.size() - at ? width : 0};
 }
 

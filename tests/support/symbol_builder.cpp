@@ -66,13 +66,10 @@ void fill_tables(elf_draft& elf, const std::string& entries, std::string given) 
                            entry[3][0] == '#' ? index_of(elf, entry[3]) : size_t(named));
             continue;
         }
-        const bool is_sought = is_given || entry[0].empty();
-        size_t at = strings.find((is_sought ? "" : std::string(1, '\0')) + entry[0] + '\0');
-        if (at == std::string::npos) {
+        const std::string front(is_given || entry[0].empty() ? 0 : 1, '\0');
+        if (strings.find(front + entry[0] + '\0') == std::string::npos)
             strings += entry[0] + '\0';
-            at = strings.size() - entry[0].size() - 2;
-        }
-        add_symbol(elf, entry, at + !is_sought);
+        add_symbol(elf, entry, strings.find(front + entry[0] + '\0') + front.size());
         symbols.push_back(entry[0]);
     }
     strings.append(-strings.size() % elf.form.word(), '\0');
@@ -108,18 +105,17 @@ std::string build_symbols(symbol_draft& draft) {
     const uint64_t word = elf.form.word();
     if (elf.sections.size() >= 0xFF00)
         table_of(elf, {".symtab_shndx", sht::shndx, 0, "", 4, ".symtab"});
-    table_of(elf, {".symtab", sht::symtab, 0, "", word, ".strtab", "", 8 + 2 * word}).entsize +=
-        draft.extra_entsize;
+    table_of(elf, {".symtab", sht::symtab, 0, "", word, ".strtab", "", 8 + 2 * word});
     table_of(elf, {".strtab", sht::strtab});
     fill_tables(elf, draft.entries, draft.strings);
     return build_elf(elf);
 }
 
-std::string trim_file(const std::string& options, std::string& file, const run_limits& limits) {
+std::string trim_file(const std::string& options, std::string& file) {
     work_place place;
     place.put("f", file, 02711);
     const file_state before = place.state("f");
-    const run_result result = place.trim(options + " f", limits);
+    const run_result result = place.trim(options + " f");
     const file_state after = place.state("f");
     const words files = place.list();
     const bool is_left = files.size() == 2 && files[1].starts_with("ov_");
@@ -134,10 +130,10 @@ std::string trim_file(const std::string& options, std::string& file, const run_l
 }
 
 std::string trim_draft(const std::string& options, const elf_draft& draft,
-                       const std::set<std::string>& removed, const run_limits& limits) {
+                       const std::set<std::string>& removed) {
     const std::string before = build_elf(draft);
     std::string file = before;
-    const std::string said = trim_file(options, file, limits);
+    const std::string said = trim_file(options, file);
     return said + difference(file, removed.empty() ? before : build_stripped(draft, removed));
 }
 
@@ -149,8 +145,7 @@ void check_strips(const std::string& cases, const draft_maker& make) {
                 return std::regex_replace(text, std::regex(R"(\{([^/}]*)/([^}]*)\})"),
                                           form.is_64() ? "$2" : "$1");
             };
-            std::map<std::string, std::string> own = {
-                {"+names", ".shstrtab"}, {"+wide", "0"}, {"+machine", "0"}};
+            std::map<std::string, std::string> own = {{"+names", ".shstrtab"}, {"+machine", "0"}};
             const std::string& expected = columns[i + 2];
             std::string options;
             for (const std::string& word : split(of_class(columns[i])))
@@ -160,7 +155,7 @@ void check_strips(const std::string& cases, const draft_maker& make) {
                     own[word.substr(0, end)] = word.substr(end + 1);
             if (!strstr(form.name, own["?"].c_str()))
                 continue;
-            symbol_draft draft{columns[i + 1], own["+in"], std::stoull(own["+wide"]), make(form)};
+            symbol_draft draft{columns[i + 1], own["+in"], make(form)};
             draft.elf.name_table = own["+names"];
             draft.elf.form.machine += static_cast<uint16_t>(std::stoul(own["+machine"]));
             draft.elf.type = options.find("-stripreloc") != std::string::npos ? et::rel : et::exec;

@@ -21,7 +21,6 @@ elf_draft base_draft(const elf_form& form);
 struct symbol_draft {
     std::string entries = {};                 // less symbol 0
     std::string strings = {};                 // of ".strtab", "^" for NUL; empty: as needed
-    uint64_t extra_entsize = 0;               // bytes by which symbols exceed their standard size
     elf_draft elf = base_draft(elf_forms[0]); // the tables come behind its sections
 };
 
@@ -31,10 +30,10 @@ std::string build_symbols(symbol_draft& draft);
 // Runs the program on a file, which then has the bytes of the result. What was said, without the
 // line end: "(left) " before it when a temporary file is left, and behind it that something else is
 // not as it has to be.
-std::string trim_file(const std::string& options, std::string& file, const run_limits& limits = {});
+std::string trim_file(const std::string& options, std::string& file);
 // The same of a draft whose result must be without these sections, and how it differs from that.
 std::string trim_draft(const std::string& options, const elf_draft& draft,
-                       const std::set<std::string>& removed, const run_limits& limits = {});
+                       const std::set<std::string>& removed);
 
 // Strips a draft of each form for each case, "options | entries | expected |". Expected are the
 // entries that stay; or "!" and what is said, if anything, of a file that stays as it is; or "~",
@@ -43,7 +42,6 @@ std::string trim_draft(const std::string& options, const elf_draft& draft,
 //
 //   ?=elf32 ?=big ...      for these forms only
 //   +names=.strtab       the table that section names are in
-//   +wide=4              bytes by which symbols exceed their standard size
 //   +machine=37          what is added to the machine's number
 //   +in=^a^ +out=^a^     the strings that go in and come out
 //   #7:sh_size=9         a header field of section 7, for itself, is set to a number at the end;

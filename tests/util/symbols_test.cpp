@@ -44,7 +44,7 @@ TEST(symbols, patterns_that_overlap_match_as_each_would_alone) {
          | needl; eneedl; a_needl_haystac |)");
 }
 
-TEST(symbols, strings_move_whole_in_the_order_of_first_use_and_entries_become_standard) {
+TEST(symbols, strings_move_whole_in_the_order_of_first_use) {
     check_strips(R"(
 -r=.none -bl=gone +in=^one^two^gone^three^ +out=^three^one^two^
          | three; gone; one; two; three gO | three; one; two; three gO |
@@ -55,28 +55,21 @@ TEST(symbols, strings_move_whole_in_the_order_of_first_use_and_entries_become_st
 -r=.none -bl=gone +in=^12345^gone^ +out=^12345^ | 12345; gone | 12345 |
 -x -bl=a -wl=b* +in=- +out=- | '' lN .line; '' lN; '' gN .data | '' lN; '' gN .data |
 -x #6:sh_entsize=0 | a lF .text 1 2 3; b gF .data 4 | a lF .text 1 2 3; b gF .data 4 |
--x +wide=4 | a lF .text 1 2 3; b gF .data 4 | a lF .text 1 2 3; b gF .data 4 |
 -stripreloc +names=.strtab +in=^.text^gone^.data^main^ +out=^.text^.data^main^
          | .text lS; gone lN .line; .data gS .data; main | .text lS; .data gS .data; main |)");
 }
 
 // More of all than a block of memory holds.
 TEST(symbols, tables_of_any_length_are_written_in_order) {
-    const std::string part(300, 'x'), shorter = part.substr(1) + ";";
-    std::string entries = "last; gone; a" + part + "b;" + shorter, kept = "last;" + shorter;
-    for (const size_t length : {100'000, 262'143, 300'000}) {
-        const std::string name(length, static_cast<char>('a' + length % 7));
-        entries += name + ";gone" + std::to_string(length) + ";";
-        kept += name + ";";
-    }
+    std::string entries = std::string(300'000, 'l') + "; gone", kept = entries.substr(0, 300'000);
     for (int i = 0; i < 90'000; ++i) {
-        const std::string at = std::to_string(i), symbol = "'' gN ABS " + at + ";",
-                          reloc = symbol + "@.rela.text " + at;
-        entries += reloc + (i % 3 == 0 ? " 1 gone;" : " 1 last 7;");
-        kept += i % 3 == 0 ? symbol : reloc + " 1 last 7;";
+        const std::string at = std::to_string(i), symbol = ";'' gN ABS " + at,
+                          reloc = symbol + ";@.rela.text " + at + " 1 ";
+        entries += reloc + (i % 3 == 0 ? "gone" : "#1 7");
+        kept += i % 3 == 0 ? symbol : reloc + "#1 7";
     }
     for (const std::string form : {"?=elf64_little", "?=elf32_big"})
-        check_strips(form + " -x -bl=gone* -bl=*" + part + "* |" + entries + "|" + kept + "|");
+        check_strips(form + " -x -bl=gone |" + entries + "|" + kept + "|");
 }
 
 TEST(symbols, assertions_end_the_program) {
