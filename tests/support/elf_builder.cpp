@@ -251,10 +251,8 @@ elf_draft sample_draft(const elf_form& form, bool with_symbols) {
 }
 
 field field_called(const std::string& name) {
-    uint8_t which = 0;
-    while (name != field_places[which].name)
-        ++which;
-    return field{which};
+    const auto is_it = [&name](const auto& one) { return name == one.name; };
+    return static_cast<field>(std::ranges::find_if(field_places, is_it) - field_places);
 }
 
 uint64_t get_field(const std::string& file, field which, uint64_t index) {
@@ -290,8 +288,7 @@ std::vector<std::string> section_names(const std::string& file) {
     std::vector<std::string> result;
     for (uint64_t i = 0; i < (count != 0 ? count : get_field(file, field::sh_size)); ++i)
         result.push_back(
-            file.c_str() +
-            std::min<uint64_t>(file.size(), table + get_field(file, field::sh_name, i)));
+            &file[std::min<size_t>(file.size(), table + get_field(file, field::sh_name, i))]);
     return result;
 }
 
