@@ -53,7 +53,8 @@ uint64_t data_size(const draft_section& section) {
 }
 
 // Finds a place for everything that has none yet.
-void lay_out(elf_draft& draft) {
+elf_draft lay_out(elf_draft draft) {
+    draft = complete(draft);
     const draft_section* const half = draft.sections.data() + draft.sections.size() / 2;
     uint64_t end = draft.form.head_size();
     const auto put = [&end](uint64_t& place, uint64_t align, uint64_t size) {
@@ -76,6 +77,7 @@ void lay_out(elf_draft& draft) {
         segment.offset = section.offset + segment.skip;
         segment.size = section.content.size() - segment.skip;
     }
+    return draft;
 }
 
 // What belongs to no part of the draft, whose names are in their table, is filled with `fill`.
@@ -130,12 +132,11 @@ uint64_t number_at(const std::string& bytes, size_t at, size_t width, bool big_e
 }
 
 uint32_t index_of(const elf_draft& draft, const std::string& name) {
-    if (name[0] == '#')
-        return static_cast<uint32_t>(std::stoul(name.substr(1)));
-    for (size_t i = 0; i < draft.sections.size() && !name.empty(); ++i)
-        if (draft.sections[i].name == name)
-            return static_cast<uint32_t>(i + 1);
-    return 0;
+    if (name.empty() || name[0] == '#')
+        return name.empty() ? 0 : static_cast<uint32_t>(std::stoul(name.substr(1)));
+    const auto found = std::ranges::find(draft.sections, name, &draft_section::name);
+    const auto index = static_cast<uint32_t>(found - draft.sections.begin());
+    return found == draft.sections.end() ? 0 : index + 1;
 }
 
 elf_draft complete(elf_draft draft) {
@@ -150,15 +151,12 @@ elf_draft complete(elf_draft draft) {
 }
 
 std::string build_elf(const elf_draft& draft) {
-    elf_draft whole = complete(draft);
-    lay_out(whole);
-    return write(whole, '\xEE'); // to be seen when carried over
+    return write(lay_out(draft), '\xEE'); // to be seen when carried over
 }
 
 std::string build_moved(elf_draft before, elf_draft after) {
-    before = complete(before);
+    before = lay_out(before);
     after = complete(after);
-    lay_out(before);
     const uint64_t word = before.form.word();
     std::map<uint64_t, uint64_t> saved; // by the offset of what shrinks or goes
     auto kept = after.sections.begin();

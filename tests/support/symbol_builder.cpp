@@ -22,14 +22,13 @@ void add_symbol(elf_draft& elf, const words& symbol, uint64_t name) {
     const uint64_t reserved = symbol[2] == "ABS" ? 0xFFF1 : symbol[2] == "COM" ? 0xFFF2 : 0;
     const uint64_t section = index_of(elf, symbol[2]), words_at = index_of(elf, ".symtab_shndx");
     const bool is_wide = words_at != 0 && section >= 0xFF00;
+    const uint64_t info =
+        std::string("lgw").find(symbol[1][0]) << 4 | std::string("NOFSfC").find(symbol[1][1]);
     draft_section& table = table_of(elf, {".symtab"});
     table.content.resize(table.content.size() + table.entsize);
-    put_fields(
-        table.content, elf.form, table.content.size() - table.entsize, field::st_name,
-        {name,
-         std::string("lgw").find(symbol[1][0]) << 4 | std::string("NOFSfC").find(symbol[1][1]),
-         std::stoull(symbol[5]), is_wide ? 0xFFFF : section + reserved, std::stoull(symbol[3]),
-         std::stoull(symbol[4])});
+    put_fields(table.content, elf.form, table.content.size() - table.entsize, field::st_name,
+               {name, info, std::stoull(symbol[5]), is_wide ? 0xFFFF : section + reserved,
+                std::stoull(symbol[3]), std::stoull(symbol[4])});
     if (symbol[1][0] == 'l')
         table.info = "#" + std::to_string(table.content.size() / table.entsize);
     if (words_at != 0)
@@ -131,8 +130,8 @@ std::string trim_file(const std::string& options, std::string& file) {
 
 std::string trim_draft(const std::string& options, const elf_draft& draft,
                        const std::set<std::string>& removed) {
-    std::string file = build_elf(draft),
-                expected = removed.empty() ? file : build_stripped(draft, removed);
+    std::string file = build_elf(draft);
+    const std::string expected = removed.empty() ? file : build_stripped(draft, removed);
     const std::string said = trim_file(options, file);
     return said + difference(file, expected);
 }

@@ -12,12 +12,11 @@ namespace {
 // .symtab (9) is the end of the file, at 0x1020 or 0x1030.
 elf_draft ten_sections(const elf_form& form) {
     elf_draft draft = base_draft(form);
-    const uint64_t word = form.word();
     const draft_section tables[] = {
         {".strtab", sht::strtab},
         {".shstrtab", sht::strtab},
-        {".rela.text", sht::rela, 0, "", 8, ".symtab", ".text", word * 3},
-        {".symtab", sht::symtab, 0, "", 8, ".strtab", "", 8 + word * 2},
+        {".rela.text", sht::rela, 0, "", 8, ".symtab", ".text", form.word() * 3},
+        {".symtab", sht::symtab, 0, "", 8, ".strtab", "", 8 + form.word() * 2},
         {".symtab_shndx", sht::shndx, 0, "", 4, ".symtab"}};
     draft.sections.insert(draft.sections.end(), std::begin(tables), std::end(tables));
     for (size_t i = 0; i < 10; ++i)
