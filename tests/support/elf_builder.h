@@ -45,17 +45,14 @@ struct draft_section {
     uint64_t flags = 0;
     std::string content = {}; // of sht::nobits only the size counts
     uint64_t align = 1;
-    std::string link = {};    // the section that sh_link means, as index_of takes it
-    std::string info = "#21"; // and that sh_info means
-    uint64_t entsize = 0;
-    uint64_t gap = 0;    // bytes of no section in front of it
-    uint64_t offset = 0; // a place of its own in the file; 0: behind the one before
+    std::string link = {}, info = "#21"; // the sections that these fields mean, for index_of
+    uint64_t entsize = 0, gap = 0;       // gap: bytes of no section in front of it
+    uint64_t offset = 0;                 // a place of its own in the file; 0: behind the one before
 };
 
 struct draft_segment {
-    std::string section;           // p_offset and p_filesz are those of this section,
-    uint64_t skip = 0;             // but begin so far inside it
-    uint64_t offset = 0, size = 0; // found when the file is built, as are the tables' below
+    std::string section;                     // p_offset and p_filesz are those of this section,
+    uint64_t skip = 0, offset = 0, size = 0; // less `skip` bytes; found when the file is built
 };
 
 struct elf_draft {
@@ -66,7 +63,7 @@ struct elf_draft {
     std::string order = "P12S"; // of both tables and both halves of the sections in the file
     uint16_t extra_entsize = 0; // bytes by which entries of both tables exceed the standard size
     std::string name_table = ".shstrtab"; // what it holds already serves section names, too
-    uint64_t phoff = 0, shoff = 0;
+    uint64_t phoff = 0, shoff = 0;        // found when the file is built, unless set
 
     uint64_t segment_size() const { return (form.is_64() ? 56u : 32u) + extra_entsize; }
     uint64_t section_size() const { return (form.is_64() ? 64u : 40u) + extra_entsize; }
@@ -98,16 +95,22 @@ extern const std::set<std::string> sample_removed;
 // `size` bytes, none of them 0, that differ by `seed` and by position.
 std::string filler(size_t size, size_t seed);
 
-// clang-format off
-enum class field : uint8_t {
-    e_type, e_machine, e_version, e_entry, e_phoff, e_shoff, e_flags, e_ehsize, e_phentsize,
-    e_phnum, e_shentsize, e_shnum, e_shstrndx,
-    p_type, p_flags, p_offset, p_vaddr, p_paddr, p_filesz, p_memsz, p_align,
-    sh_name, sh_type, sh_flags, sh_addr, sh_offset, sh_size, sh_link, sh_info, sh_addralign,
-    sh_entsize,
-    st_name, st_info, st_other, st_shndx, st_value, st_size, r_offset, r_info, r_addend, word
-};
-// clang-format on
+// Each field by its name, and its offset, with its width as the last digit, for 32 bits and then
+// for 64. The table is the tests' own, so that a mistake in the program's shows.
+#define ELF_FIELDS(F)                                                                              \
+    F(e_type, 162, 162), F(e_machine, 182, 182), F(e_version, 204, 204), F(e_entry, 244, 248),     \
+        F(e_phoff, 284, 328), F(e_shoff, 324, 408), F(e_flags, 364, 484), F(e_ehsize, 402, 522),   \
+        F(e_phentsize, 422, 542), F(e_phnum, 442, 562), F(e_shentsize, 462, 582),                  \
+        F(e_shnum, 482, 602), F(e_shstrndx, 502, 622), F(p_type, 4, 4), F(p_flags, 244, 44),       \
+        F(p_offset, 44, 88), F(p_vaddr, 84, 168), F(p_paddr, 124, 248), F(p_filesz, 164, 328),     \
+        F(p_memsz, 204, 408), F(p_align, 284, 488), F(sh_name, 4, 4), F(sh_type, 44, 44),          \
+        F(sh_flags, 84, 88), F(sh_addr, 124, 168), F(sh_offset, 164, 248), F(sh_size, 204, 328),   \
+        F(sh_link, 244, 404), F(sh_info, 284, 444), F(sh_addralign, 324, 488),                     \
+        F(sh_entsize, 364, 568), F(st_name, 4, 4), F(st_info, 121, 41), F(st_other, 131, 51),      \
+        F(st_shndx, 142, 62), F(st_value, 44, 88), F(st_size, 84, 168), F(r_offset, 4, 8),         \
+        F(r_info, 44, 88), F(r_addend, 84, 168)
+#define ELF_FIELD_NAME(name, ...) name
+enum class field : uint8_t { ELF_FIELDS(ELF_FIELD_NAME) };
 field field_called(const std::string& name);
 
 // A field of the file header, or of entry `index` of the table that the file header points to. A
@@ -115,10 +118,13 @@ field field_called(const std::string& name);
 uint64_t get_field(const std::string& file, field which, uint64_t index = 0);
 void set_field(std::string& file, field which, uint64_t value, uint64_t index = 0);
 
-using field_values = std::vector<std::pair<field, uint64_t>>;
+// Sets fields that follow each other in the table, of an entry at `offset`.
+void put_fields(std::string& bytes, const elf_form& form, uint64_t offset, field first,
+                std::initializer_list<uint64_t> values);
 // Appends an entry of `size` bytes with these fields.
 void append_entry(std::string& table, const elf_form& form, uint64_t size,
-                  const field_values& values);
+                  const std::vector<std::pair<field, uint64_t>>& values);
 
 // Of any file, as the tests read it.
 std::vector<std::string> section_names(const std::string& file); // by index; section 0 has ""
+std::string section_content(const std::string& file, const std::string& name);
