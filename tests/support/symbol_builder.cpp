@@ -119,8 +119,8 @@ std::string trim_file(const std::string& options, std::string& file) {
     const words files = place.list();
     const bool is_left = files.size() == 2 && files[1].starts_with("ov_");
     std::string said = (is_left ? "(left) " : "") + result.out + result.err;
-    const int status = said.empty() ? 0 : 1;
-    said.resize(said.size() - static_cast<size_t>(status)); // the line end
+    const int status = said.empty() || said.find("warning: ") != std::string::npos ? 0 : 1;
+    said.resize(said.size() - said.ends_with('\n'));
     if (files.size() != (is_left ? 2 : 1) || result.status != status || after.mode != before.mode ||
         (after.bytes == before.bytes && !(after == before)))
         said += " (wrong status, mode, time or other files)";
