@@ -113,7 +113,8 @@ file_state work_place::state(const std::string& name) const {
     if (stat(path(name).c_str(), &found) != 0)
         return {};
     return {fs::is_regular_file(path(name)) ? get(name) : "", found.st_ino,
-            host_mode(found.st_mode & 07777), found.st_mtime};
+            host_mode(found.st_mode & 07777),
+            fs::last_write_time(path(name)).time_since_epoch().count()};
 }
 
 words work_place::list(const std::string& below) const {

@@ -36,7 +36,7 @@ struct file_state {
     std::string bytes;
     uint64_t inode = 0;   // where the host has such numbers
     uint32_t mode = 0;    // permission bits
-    int64_t modified = 0; // seconds since 1970
+    int64_t modified = 0; // as finely as the host tells it
 
     bool operator==(const file_state&) const = default;
 };

@@ -1,5 +1,6 @@
 // The runner on POSIX systems, by the host's own calls, so that the code under test does not look
 // at itself.
+#include <csignal>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -53,6 +54,8 @@ process start(const std::string& directory, const std::string& program, const wo
         return started;
     }
     alarm(120);
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) // one that is ignored would stay so
+        signal(number, SIG_DFL);
     const int nothing = open("/dev/null", O_RDWR);
     dup2(nothing, STDIN_FILENO);
     dup2(nothing, STDOUT_FILENO);
