@@ -1,4 +1,5 @@
 // Archives before and after a run of lbm, byte for byte; and what it refuses, as objtrim does.
+#include <filesystem>
 #include <gtest/gtest.h>
 
 #include "support/ar_builder.h"
@@ -142,10 +143,16 @@ TEST_F(lbm_refusals, of_command_lines_and_lists) {
                              "-rc x.a @", "-rc", "-r x.a @list"})
         expect(sound, "usage: lbm -rc archive @listfile", line);
     expect(sound, ": can't open the list 'absent': No such file or directory", "-rc x.a @absent");
+    std::string far = "x.a"; // no room for a name beside it
+    while (far.size() < 4084)
+        far.insert(0, "./");
+    expect(sound, "archive '" + far + "': no name is free for the new archive",
+           "-rc " + far + " @list");
     const std::string no_member = ": no member has this name and is the kind of object that file '";
     const std::pair<std::string, std::string> lists[] = {
         {"m.o\nm.o\n", ", member 'm.o'" + no_member + "m.o' is"},
         {"other/m.o\n", ", member 'm.o'" + no_member + "other/m.o' is"}, // of the other class
+        {"other\n", ", member 'other': 'other' is no file"},
         {"missing\n", ", member 'missing': can't open file 'missing': No such file or directory"},
         {"m.o\0x\n"s, ": line 'm.o' of the list is no name of a file"},
         {"other/\n", ": line 'other/' of the list is no name of a file"}};
@@ -175,6 +182,13 @@ TEST_F(lbm_refusals, of_damaged_archives) {
     place.put("m.o", "");
     for (const auto& [bytes, said] : archives)
         expect(bytes, said);
+    // An index too large to be one is not read; what it has of the file is a hole.
+    const std::string large =
+        archive("x") + build_archive(OBJ_ARCHIVE, ar_members("/#268435457")).substr(8);
+    place.put("y.a", large);
+    std::filesystem::resize_file(place.path("y.a"), large.size() + 268435458);
+    expect("", "archive 'y.a'" + damaged + "its size 268435457 is above 268435456",
+           "-rc y.a @list");
 }
 
 } // namespace

@@ -73,18 +73,13 @@ int triple(int a) { return getenv("ODD_ENVIRONMENT") ? 0 : plain(a); }
 // and 'p' and 'u' for the names of the two functions that nobody calls from outside.
 std::string what_is_left(const std::string& bytes) {
     std::set<char> left;
-    uint64_t index = 0;
-    for (const std::string& name : section_names(bytes)) {
+    for (const std::string& name : section_names(bytes))
         for (const char* const begin : {".symtab", ".debug_", ".comment"})
             if (name.starts_with(begin))
                 left.insert(begin[1]);
-        const std::string content = bytes.substr(get_field(bytes, field::sh_offset, index),
-                                                 get_field(bytes, field::sh_size, index));
-        ++index;
-        for (const std::string function : {"plain", "unused_here"})
-            if (name == ".strtab" && content.find('\0' + function + '\0') != content.npos)
-                left.insert(function[0]);
-    }
+    for (const std::string name : {"plain", "unused_here"})
+        if (section_content(bytes, ".strtab").find('\0' + name + '\0') != name.npos)
+            left.insert(name[0]);
     return {left.begin(), left.end()};
 }
 

@@ -227,6 +227,23 @@ TEST_P(faults, a_limit_on_the_size_of_files) {
     EXPECT_TRUE(refused > 0 || !scene.in_place.empty()) << scene.line;
 }
 
+// Each has a file of its own; the directories for temporary files are the same.
+TEST_P(faults, many_at_once) {
+    scene.run_well();
+    const bool alone = split(scene.line).size() > 2 || scene.files.size() > 1;
+    std::vector<process> started;
+    for (int i = 0; i < (alone ? 0 : 16 * stress_factor()); ++i) {
+        scene.place->put(std::to_string(i), scene.files["f"]);
+        started.push_back(start(scene.place->directory, OBJTRIM_PROGRAM, {std::to_string(i)},
+                                {"TMP=" + scene.scratch->directory}));
+    }
+    for (size_t i = 0; i < started.size(); ++i) {
+        EXPECT_EQ(end_of(started[i]).err, "") << scene.line << i;
+        EXPECT_TRUE(scene.place->get(std::to_string(i)) == scene.after["f"]) << scene.line << i;
+    }
+    EXPECT_EQ(scene.scratch->list(), words());
+}
+
 // The tool is run by a user without rights, its neighbour is root. Nothing that a prepared name
 // leads to may be touched.
 struct neighbours : testing::Test {

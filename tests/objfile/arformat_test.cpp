@@ -91,6 +91,9 @@ TEST_F(arformat, fields_names_links_and_damage) {
     for (const auto& [kind, members, text] : rows)
         expect_text([&, this] { walk(build_archive(kind, ar_members(members))); }, text + "\n");
     expect_text([this] { walk("no archive"); }, "l; = 3\n");
+    obj_history history;
+    expect_fatal(
+        {{[&] { ar_walk("none", history, names, {}); }, "unable to open input file 'none'"}});
 }
 
 } // namespace

@@ -61,6 +61,7 @@ TEST_F(genpath, what_a_program_is_called_and_where_it_is_installed) {
         {"/x/a.exe.b", "", "a.exe.b /x"},
         {"./tool", "", module.stem().string() + " " + module.parent_path().string()},
         {tool, "/opt//x/../../../y/\nnext", "tool " + fs::absolute("/y").string()},
+        {tool, "/opt/t\r\n", "tool " + fs::absolute("/opt/t").string()},
         {tool, "~/t", "tool " + gen_join(home, "t")},
         {tool, "~t", "tool " + here + "~t"},
         {tool, "~", "tool " + home},
@@ -82,6 +83,13 @@ TEST_F(genpath, what_a_program_is_called_and_where_it_is_installed) {
         }
         exit(HasFailure());
     };
+    const std::string unknown;
+    gen_install_dirs dirs = {unknown};
+    const auto ask = [&] { gen_getinstalldir(dirs, GEN_INSTALL_WHOLE); };
+    const std::string end = "dir(): for (null) returns NULL\n\tmost likely gen_init() was not "
+                            "called with the correct argv[0] value\n";
+    expect_text([&] { ask(), ask(); },
+                "objtrim: warning: gen_getprog" + end + "objtrim: warning: gen_getinstall" + end);
     const std::string slow = "x: info: Viewpathing support is ON (SLOW).\n";
     expect_end(body, 0, slow + slow + "x: info: Viewpathing support is OFF.\n");
 }
@@ -153,8 +161,17 @@ TEST_F(genpath, only_dead_and_aged_locks_are_taken_over) {
     fs::create_directory("dir.lock"); // which cannot be removed at any age
     EXPECT_FALSE(gen_lockfile("dir", 0, 100) ||
                  gen_lockfile("none/p", gen_lock_wait_for_ever, 100));
-    const gen_lock_ptr lock = gen_lockfile("p:", 0, 100);
-    EXPECT_TRUE(lock && host_name_taken("p_.lock") && !gen_lockfile("p/", 1, 100));
+    static std::string log;
+    said_by([] {
+        gen_sink().event_log = [](const char* from, const char* text) {
+            log += std::string(from) + text + ";";
+        };
+        const gen_lock_ptr lock = gen_lockfile("p:", 0, 100);
+        EXPECT_TRUE(lock && host_name_taken("p_.lock") && !gen_lockfile("p/", 1, 100));
+        gen_error("text");
+        gen_sink().event_log = nullptr;
+    });
+    EXPECT_EQ(log, "gen_lockfilelocked;gen_lockfilelock failed;errorobjtrim: error: text;");
 }
 
 TEST_F(genpath, scratch_directories_are_numbered_and_marked_and_cleaned) {

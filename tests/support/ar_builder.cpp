@@ -5,9 +5,13 @@
 
 #include "support/field_writer.h"
 
-static size_t even(size_t size) {
+namespace {
+
+size_t even(size_t size) {
     return size + size % 2;
 }
+
+} // namespace
 
 std::string build_archive(obj_kind kind, const std::vector<ar_draft>& drafts) {
     const bool aix = kind == OBJ_AIXARCHIVE, wide = kind == OBJ_ARCHIVE64;
