@@ -146,8 +146,9 @@ TEST_F(lbm_refusals, of_command_lines_and_lists) {
     std::string far = "x.a"; // no room for a name beside it
     while (far.size() < 4084)
         far.insert(0, "./");
-    expect(sound, "archive '" + far + "': no name is free for the new archive",
-           "-rc " + far + " @list");
+    if (host_has_tools) // elsewhere names are shorter
+        expect(sound, "archive '" + far + "': no name is free for the new archive",
+               "-rc " + far + " @list");
     const std::string no_member = ": no member has this name and is the kind of object that file '";
     const std::pair<std::string, std::string> lists[] = {
         {"m.o\nm.o\n", ", member 'm.o'" + no_member + "m.o' is"},

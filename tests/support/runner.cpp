@@ -72,16 +72,16 @@ std::set<std::string> split_set(const std::string& line) {
 }
 
 std::string make_work_directory() {
-    const char* const parent_variable = "OBJTRIM_TEST_PARENT";
-    static const bool is_child = getenv(parent_variable) != nullptr;
+    const char* const parent = "OBJTRIM_TEST_PARENT";
+    static const bool is_child = getenv(parent) != nullptr;
     static int count;
     static const testing::TestInfo* of;
     const testing::TestInfo* const test = testing::UnitTest::GetInstance()->current_test_info();
     count = std::exchange(of, test) == test ? count + 1 : 1;
     if (!is_child)
-        set_variable(parent_variable, std::to_string(getpid()).c_str());
-    const std::string name = std::string(getenv(parent_variable)) + "_" + std::to_string(count);
-    const fs::path directory = fs::temp_directory_path() / ("objtrim_test_" + name);
+        set_variable(parent, ("objtrim_test_" + std::to_string(getpid())).c_str());
+    const std::string end = std::to_string(test ? test->line() : 0) + "_" + std::to_string(count);
+    const fs::path directory = fs::temp_directory_path() / (getenv(parent) + ("_" + end));
     if (!is_child)
         fs::remove_all(directory);
     fs::create_directory(directory);
