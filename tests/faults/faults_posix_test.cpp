@@ -316,13 +316,14 @@ TEST_F(neighbours, take_the_names_of_scratch_directories_and_locks) {
                                          {root + "_.lock", "failed to strip file"},
                                          {root + "_.lock._rlock", ""}}) {
             SCOPED_TRACE(name + " " + std::to_string(what));
-            expect_unharmed(scene, said,
-                            [&](const std::string& victims) { plant(what, name, victims); });
+            expect_unharmed(scene, said, [&, name = name](const std::string& victims) {
+                plant(what, name, victims);
+            });
         }
     // A live process of another user never lets go; its lock file may seem fresh for ever.
     for (const auto& [said, ahead] :
          {std::pair("remove_stale_lock failed", 0), {"is not this user's", 1000000}})
-        expect_unharmed(scene, said, [&](const std::string&) {
+        expect_unharmed(scene, said, [&, ahead = ahead](const std::string&) {
             gen_lockfile(root + "/", 0, gen_lock_never_stale).release();
             host_set_times(gen_lock_path(root + "/").c_str(), host_time() + ahead);
         });

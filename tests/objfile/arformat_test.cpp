@@ -88,8 +88,10 @@ TEST_F(arformat, fields_names_links_and_damage) {
         {OBJ_AIXARCHIVE, "a/|b~\n`", "a/; " + wrong + "0xfb '\\012' '\\140'\n= 0"},
         {OBJ_AIXARCHIVE, "a/|b^-2=" + x511, "a/; b; " + read_error + "= 511"},
     };
-    for (const auto& [kind, members, text] : rows)
-        expect_text([&, this] { walk(build_archive(kind, ar_members(members))); }, text + "\n");
+    for (const auto& [kind, members, text] : rows) {
+        const std::string archive = build_archive(kind, ar_members(members));
+        expect_text([&, this] { walk(archive); }, text + "\n");
+    }
     expect_text([this] { walk("no archive"); }, "l; = 3\n");
     obj_history history;
     expect_fatal(
